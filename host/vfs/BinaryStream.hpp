@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstdint>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "host/except/Exception.hpp"
+#include "host/vfs/AbsoluteIRI.hpp"
+#include "host/vfs/StreamProvider.hpp"
+
+namespace vfs {
+
+// A host file stream: a standard iostream over the buffer a provider opened, which it owns.
+class fstream : public std::iostream {
+ public:
+  explicit fstream(std::unique_ptr<std::streambuf> buffer);
+  ~fstream() override;
+  // Flushes and releases the buffer (closing the file); the stream is unusable afterwards.
+  void close();
+
+ private:
+  std::unique_ptr<std::streambuf> mBuffer;
+};
+
+}  // namespace vfs
+
+namespace virtualiostream {
+
+// What happens to an output file that the writer never finished: 0 keeps it, 1 deletes it.
+enum class CleanupPolicy : int { keep = 0, removeUnfinished = 1 };
+
+// Knows how to delete the file behind a stream when its policy asks for it.
+class CleanupFile {
+ public:
+  CleanupFile(const open_mode& mode, const CleanupPolicy& policy) : mMode(mode), mPolicy(policy) {}
+  // Binds the handle to the opened resource; done by create_binary_stream.
+  void attach(std::shared_ptr<StreamProvider> provider, const vfs::AbsoluteIRI& iri);
+  // Deletes the file when the policy is removeUnfinished and the file was opened for writing.
+  // Idempotent; never throws.
+  void cleanup() noexcept;
+
+ private:
+  open_mode mMode;
+  CleanupPolicy mPolicy;
+  std::shared_ptr<StreamProvider> mProvider;
+  std::unique_ptr<vfs::AbsoluteIRI> mIRI;
+};
+
+class binary_stream {
+ public:
+  binary_stream(vfs::AbsoluteIRI iri, open_mode mode, StreamProvider::Opened opened);
+
+  // The underlying stream; null once closed.
+  std::unique_ptr<vfs::fstream>& fileStream() { return mStream; }
+  open_mode mode() const { return mMode; }
+  int64_t size() const { return mSize; }
+  const vfs::AbsoluteIRI& absoluteIRI() const { return mIRI; }
+
+ private:
+  vfs::AbsoluteIRI mIRI;
+  open_mode mMode;
+  int64_t mSize;
+  std::unique_ptr<vfs::fstream> mStream;
+};
+
+// Opens name (a local path or an IRI) through its scheme's provider and binds cleanup to it.
+// readFlag asks for a file that must already exist; write modes create or truncate.
+// Throws the host's file-system errors.
+std::unique_ptr<binary_stream> create_binary_stream(const std::u16string& name,
+                                                    CleanupFile& cleanup, const open_mode& mode,
+                                                    bool readFlag);
+
+struct ReadFailureTag {};
+// A read that left the stream in a bad state.
+class ReadFailure : public foundation::core::except::Exception<ReadFailureTag> {
+ public:
+  explicit ReadFailure(const std::u16string& name)
+      : Exception(foundation::core::except::kVfsComponent, "ReadFailure", {name}) {}
+};
+
+}  // namespace virtualiostream

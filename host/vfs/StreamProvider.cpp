@@ -1,0 +1,132 @@
+#include "host/vfs/StreamProvider.hpp"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <mutex>
+
+#include "host/except/Exception.hpp"
+#include "host/unicode/ustring.hpp"
+
+namespace virtualiostream {
+namespace {
+
+namespace except = foundation::core::except;
+using foundation::unicode::ustring_to_utf8;
+
+std::u16string lowerAscii(std::u16string text) {
+  for (auto& c : text) {
+    if (c >= u'A' && c <= u'Z') c += u'a' - u'A';
+  }
+  return text;
+}
+
+struct Registry {
+  std::mutex lock;
+  std::map<std::u16string, std::shared_ptr<StreamProvider>> providers;
+};
+
+Registry& registry() {
+  static Registry instance;
+  return instance;
+}
+
+[[noreturn]] void throwOpenFailed(const std::u16string& name, int error) {
+  if (error == ENOENT || error == ENOTDIR) {
+    throw except::Exception<except::host::FileNotFound>(except::kVfsComponent, "FileNotFound",
+                                                        {name});
+  }
+  if (error == EISDIR) {
+    throw except::Exception<except::host::IsDirectory>(except::kVfsComponent, "IsDirectory",
+                                                       {name});
+  }
+  throw except::Exception<except::host::OpenFailed>(except::kVfsComponent, "OpenFailed",
+                                                    {name, std::string(std::strerror(error))});
+}
+
+}  // namespace
+
+void registerProvider(const std::u16string& scheme, std::shared_ptr<StreamProvider> provider) {
+  Registry& r = registry();
+  std::lock_guard<std::mutex> guard(r.lock);
+  if (provider) {
+    r.providers[lowerAscii(scheme)] = std::move(provider);
+  } else {
+    r.providers.erase(lowerAscii(scheme));
+  }
+}
+
+std::shared_ptr<StreamProvider> providerFor(const vfs::AbsoluteIRI& iri) {
+  if (iri.isFile()) {
+    static const auto local = std::make_shared<LocalFileProvider>();
+    return local;
+  }
+  Registry& r = registry();
+  std::lock_guard<std::mutex> guard(r.lock);
+  const auto it = r.providers.find(lowerAscii(iri.getScheme()));
+  if (it == r.providers.end()) {
+    throw except::Exception<except::host::UnknownScheme>(except::kVfsComponent, "UnknownScheme",
+                                                         {iri.toString(), iri.getScheme()});
+  }
+  return it->second;
+}
+
+StreamProvider::Opened LocalFileProvider::openPath(const std::u16string& displayName,
+                                                   const std::string& path, open_mode mode) {
+  Opened opened;
+  auto buffer = std::make_unique<std::filebuf>();
+  if (isReadMode(mode)) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) throwOpenFailed(displayName, errno);
+    if (S_ISDIR(info.st_mode)) throwOpenFailed(displayName, EISDIR);
+    const auto flags = mode == open_mode::read
+                           ? std::ios::in | std::ios::binary
+                           : std::ios::in | std::ios::out | std::ios::binary;
+    errno = 0;
+    if (buffer->open(path, flags) == nullptr) throwOpenFailed(displayName, errno ? errno : EACCES);
+    opened.size = static_cast<int64_t>(info.st_size);
+  } else {
+    const auto flags = mode == open_mode::append
+                           ? std::ios::out | std::ios::app | std::ios::binary
+                           : std::ios::out | std::ios::trunc | std::ios::binary;
+    errno = 0;
+    if (buffer->open(path, flags) == nullptr) throwOpenFailed(displayName, errno ? errno : EACCES);
+    struct stat info {};
+    opened.size = ::stat(path.c_str(), &info) == 0 ? static_cast<int64_t>(info.st_size) : 0;
+  }
+  opened.buffer = std::move(buffer);
+  return opened;
+}
+
+StreamProvider::Opened LocalFileProvider::open(const vfs::AbsoluteIRI& iri, open_mode mode) {
+  return openPath(iri.path(), ustring_to_utf8(iri.path()), mode);
+}
+
+void LocalFileProvider::remove(const vfs::AbsoluteIRI& iri) noexcept {
+  ::unlink(ustring_to_utf8(iri.path()).c_str());
+}
+
+std::string FolderProvider::localPath(const vfs::AbsoluteIRI& iri) const {
+  // Drop "//authority" and keep the path below it.
+  std::string rest = ustring_to_utf8(iri.path());
+  if (rest.rfind("//", 0) == 0) {
+    const size_t slash = rest.find('/', 2);
+    rest = slash == std::string::npos ? std::string("/") : rest.substr(slash);
+  }
+  if (rest.empty() || rest[0] != '/') rest.insert(rest.begin(), '/');
+  return mRoot + rest;
+}
+
+StreamProvider::Opened FolderProvider::open(const vfs::AbsoluteIRI& iri, open_mode mode) {
+  return LocalFileProvider::openPath(iri.toString(), localPath(iri), mode);
+}
+
+void FolderProvider::remove(const vfs::AbsoluteIRI& iri) noexcept {
+  ::unlink(localPath(iri).c_str());
+}
+
+}  // namespace virtualiostream
