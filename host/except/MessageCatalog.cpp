@@ -92,8 +92,7 @@ std::string formatMessage(std::string_view identifier, const MessageArguments& a
   return out;
 }
 
-IMsgIDException::IMsgIDException(std::string component, std::string key,
-                                 MessageArguments arguments)
+IMsgIDException::IMsgIDException(std::string component, std::string key, MessageArguments arguments)
     : mComponent(std::move(component)),
       mKey(std::move(key)),
       mArguments(std::move(arguments)),

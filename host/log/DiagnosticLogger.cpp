@@ -81,8 +81,7 @@ void basic_diagnostic_logger<Char>::write(unsigned level, std::string_view text)
 
 template class basic_diagnostic_logger<char>;
 
-TraceScope::TraceScope(diagnostic_logger& logger, const char* signature, const char* file,
-                       int line)
+TraceScope::TraceScope(diagnostic_logger& logger, const char* signature, const char* file, int line)
     : mLogger(logger.enabled(severity::kEntry) ? &logger : nullptr),
       mSignature(signature),
       mFile(file),

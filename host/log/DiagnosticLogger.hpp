@@ -18,12 +18,12 @@
 namespace foundation::log {
 
 namespace severity {
-inline constexpr unsigned kFile = 2;      // file names being opened
-inline constexpr unsigned kDetail = 4;    // step-by-step detail
-inline constexpr unsigned kConfig = 8;    // configuration choices (thread counts, offsets)
-inline constexpr unsigned kError = 16;    // exceptions caught
-inline constexpr unsigned kEntry = 32;    // function entry
-inline constexpr unsigned kExit = 64;     // function exit
+inline constexpr unsigned kFile = 2;    // file names being opened
+inline constexpr unsigned kDetail = 4;  // step-by-step detail
+inline constexpr unsigned kConfig = 8;  // configuration choices (thread counts, offsets)
+inline constexpr unsigned kError = 16;  // exceptions caught
+inline constexpr unsigned kEntry = 32;  // function entry
+inline constexpr unsigned kExit = 64;   // function exit
 inline constexpr unsigned kVerbose = 128;
 inline constexpr unsigned kAll = 0xFE;
 }  // namespace severity

@@ -83,9 +83,8 @@ StreamProvider::Opened LocalFileProvider::openPath(const std::u16string& display
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0) throwOpenFailed(displayName, errno);
     if (S_ISDIR(info.st_mode)) throwOpenFailed(displayName, EISDIR);
-    const auto flags = mode == open_mode::read
-                           ? std::ios::in | std::ios::binary
-                           : std::ios::in | std::ios::out | std::ios::binary;
+    const auto flags = mode == open_mode::read ? std::ios::in | std::ios::binary
+                                               : std::ios::in | std::ios::out | std::ios::binary;
     errno = 0;
     if (buffer->open(path, flags) == nullptr) throwOpenFailed(displayName, errno ? errno : EACCES);
     opened.size = static_cast<int64_t>(info.st_size);

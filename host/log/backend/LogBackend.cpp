@@ -7,8 +7,8 @@
 #include <string>
 
 #include <boost/core/null_deleter.hpp>
-#include <boost/log/attributes/value_extraction.hpp>
 #include <boost/log/attributes/attribute_value_impl.hpp>
+#include <boost/log/attributes/value_extraction.hpp>
 #include <boost/log/core.hpp>
 #include <boost/log/expressions.hpp>
 #include <boost/log/sinks/basic_sink_backend.hpp>
@@ -102,11 +102,11 @@ void vxlog_set_output(const char* path, size_t path_len) {
 void vxlog_write(const char* channel, size_t channel_len, unsigned severity, int indent,
                  const char* text, size_t text_len) {
   Backend& b = backend();
-  logging::record record = b.logger.open_record(
-      (logging::keywords::severity = severity, logging::keywords::channel = std::string(channel, channel_len)));
+  logging::record record =
+      b.logger.open_record((logging::keywords::severity = severity,
+                            logging::keywords::channel = std::string(channel, channel_len)));
   if (!record) return;
-  record.attribute_values().insert("Indent",
-                                   logging::attributes::make_attribute_value(indent));
+  record.attribute_values().insert("Indent", logging::attributes::make_attribute_value(indent));
   logging::record_ostream stream(record);
   stream.write(text, static_cast<std::streamsize>(text_len));
   stream.flush();

@@ -61,8 +61,7 @@ bool ReadableWritableFile::closed() const { return mStream->fileStream() == null
   return std::shared_ptr<::arrow::Buffer>(std::move(buffer));
 }
 
-::arrow::Result<int64_t> ReadableWritableFile::ReadAt(int64_t position, int64_t nbytes,
-                                                      void* out) {
+::arrow::Result<int64_t> ReadableWritableFile::ReadAt(int64_t position, int64_t nbytes, void* out) {
   return RandomAccessFile::ReadAt(position, nbytes, out);
 }
 
@@ -94,8 +93,7 @@ bool ReadableWritableFile::supports_zero_copy() const { return false; }
   return Write(data->data(), data->size());
 }
 
-::arrow::Status ReadableWritableFile::WriteAt(int64_t position, const void* data,
-                                              int64_t nbytes) {
+::arrow::Status ReadableWritableFile::WriteAt(int64_t position, const void* data, int64_t nbytes) {
   ARROW_RETURN_NOT_OK(Seek(position));
   ARROW_RETURN_NOT_OK(Write(data, nbytes));
   return ::arrow::Status::OK();

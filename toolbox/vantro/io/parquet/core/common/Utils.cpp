@@ -46,8 +46,7 @@ void throwReaderLoadException(const std::string& a, const std::string& b) {
 
 void throwInternalUnsupportedParquetTypeException(const std::string& text) {
   VANTRO_PARQUET_TRACE();
-  throwException<VANTRO::parquetio::read::InternalUnsupportedParquetType>(
-      to_ustring(text.c_str()));
+  throwException<VANTRO::parquetio::read::InternalUnsupportedParquetType>(to_ustring(text.c_str()));
 }
 
 }  // namespace vantro::io::parquet::core::common

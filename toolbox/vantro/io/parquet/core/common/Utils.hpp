@@ -11,10 +11,10 @@
 
 // Message keys of the library's errors and warnings. Each tag is an empty class named after
 // its key; it carries its component and key as compile-time constants.
-#define VANTRO_PARQUET_MESSAGE_TAG(side, name)                             \
-  struct name {                                                            \
-    static constexpr const char* component = "VANTRO:parquetio:" #side;   \
-    static constexpr const char* key = #name;                              \
+#define VANTRO_PARQUET_MESSAGE_TAG(side, name)                          \
+  struct name {                                                         \
+    static constexpr const char* component = "VANTRO:parquetio:" #side; \
+    static constexpr const char* key = #name;                           \
   }
 
 namespace VANTRO::parquetio::read {
@@ -44,10 +44,9 @@ VANTRO_PARQUET_MESSAGE_TAG(write, NestedRowGroupedListOfDictionaries);
 #undef VANTRO_PARQUET_MESSAGE_TAG
 
 // Opens a function trace scope named after the enclosing function's full signature.
-#define VANTRO_PARQUET_TRACE()                                                       \
-  ::foundation::log::TraceScope vantroParquetTraceScope(                             \
-      ::vantro::io::parquet::core::common::getLogger(), __PRETTY_FUNCTION__, __FILE__, \
-      __LINE__)
+#define VANTRO_PARQUET_TRACE()                           \
+  ::foundation::log::TraceScope vantroParquetTraceScope( \
+      ::vantro::io::parquet::core::common::getLogger(), __PRETTY_FUNCTION__, __FILE__, __LINE__)
 
 namespace vantro::io::parquet::core::common {
 
