@@ -33,4 +33,9 @@ std::vector<Warning> takeWarnings();
 // "Warning: <message> [<identifier>]".
 void setPrintWarnings(bool print);
 
+// The number of arrays created since the program started (every creation and duplication of
+// an array or of a nested value counts one). Tests take differences of two readings to show
+// that a conversion does not allocate per element.
+size_t allocationCount();
+
 }  // namespace matrix
