@@ -3,6 +3,50 @@
 // The host's converter between Arrow values and host values. The Parquet library never
 // converts values itself: it hands whole tables and arrays to these functions.
 //
+// Host values of Arrow columns. A column of R rows is an Rx1 array, or a 1x1 object whose
+// fields hold Rx1 arrays. Objects keep one block per field, never one host value per row:
+//
+//   "string"      Data     1xU char: the UTF-16 units of every row, one after another
+//                 Offsets  (R+1)x1 uint64: row i is Data(Offsets(i)+1 : Offsets(i+1))
+//                 Missing  Rx1 logical: true at nulls (their range is empty or ignored)
+//   "datetime"    Ticks    Rx1 int64: counts of Unit since 1970-01-01 (UTC when TimeZone is set)
+//                 Unit     "s", "ms", "us", "ns", or "day" (date32)
+//                 TimeZone char: the Arrow time zone, empty for none
+//                 Kind     "timestamp", "date32" or "date64"
+//                 Missing  Rx1 logical
+//   "duration"    Ticks    Rx1 int64 in Unit; for times of day, since midnight
+//                 Unit     "s", "ms", "us" or "ns"
+//                 Kind     "duration", "time32" or "time64"
+//                 Missing  Rx1 logical
+//   "categorical" Codes      Rx1 of the Arrow index class (int8 ... uint64): 0-based indices
+//                            into Categories, exactly as Arrow stores them
+//                 Categories a "string" object, one row per category
+//                 Ordered    logical scalar
+//                 Missing    Rx1 logical
+//   "table"       Names (1xN cell of char row vectors), Columns (1xN cell of columns)
+//
+// Choices made here:
+//  - Host to Arrow, NaN in a double or single column becomes null: NaN is the host's missing
+//    value, so an Arrow column with nulls survives a round trip (a NaN stored as a value does
+//    not, it comes back null).
+//  - Datetime and duration objects without Kind read as "timestamp"/"date32" (by Unit) and
+//    "duration"; times of day must fit their Arrow width (time32 for s/ms, time64 for us/ns).
+//  - Categorical codes come back with the same index type; codes past the categories are an
+//    Invalid status. Chunks with different dictionaries are unified first (the index type may
+//    then widen).
+//  - A null struct row shows as missing in every field of the nested table; a nested table
+//    returns to Arrow as a struct without nulls.
+//  - A table without columns cannot record its row count: it has zero rows.
+//  - A char matrix column gives one text per row, kept as is (trailing blanks included).
+//  - A cell whose non-null elements are all uint8 vectors (or which has no non-null element)
+//    becomes BINARY; elements that are tables of exactly "Key" and "Value" make a MAP; any other
+//    cell becomes a LIST whose elements must all convert to one Arrow type. Row vectors are
+//    accepted as list elements.
+//  - Texts longer than 2 GiB of UTF-8 in one column give a CapacityError (STRING has 32-bit
+//    offsets).
+//  - Arrow to host keeps LARGE_STRING, LARGE_BINARY, LARGE_LIST and HALF_FLOAT only as their
+//    host values: they return to Arrow as STRING, BINARY, LIST and FLOAT.
+//
 // Note for callers inside namespace vantro::io: this namespace is vantro::io::arrow, so refer
 // to Apache Arrow as ::arrow there.
 #include <memory>

@@ -1,0 +1,167 @@
+#include "host/converter/TextCodec.hpp"
+
+#include <cstring>
+
+namespace vantro::io::arrow::core::text {
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+constexpr uint64_t kHighBits = 0x8080808080808080ULL;
+
+// Decodes one code point at data[i] and advances i past it; a malformed sequence yields
+// U+FFFD and consumes only its maximal invalid prefix, as the Unicode standard recommends.
+char32_t DecodeUtf8(const uint8_t* data, size_t size, size_t& i) {
+  const uint8_t lead = data[i++];
+  if (lead < 0x80) return lead;
+  int extra;
+  char32_t cp;
+  uint8_t lo = 0x80, hi = 0xBF;  // allowed range of the first continuation byte
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    extra = 1;
+    cp = lead & 0x1F;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    extra = 2;
+    cp = lead & 0x0F;
+    if (lead == 0xE0) lo = 0xA0;
+    if (lead == 0xED) hi = 0x9F;  // no surrogates
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    extra = 3;
+    cp = lead & 0x07;
+    if (lead == 0xF0) lo = 0x90;
+    if (lead == 0xF4) hi = 0x8F;  // nothing past U+10FFFF
+  } else {
+    return kReplacement;
+  }
+  for (int k = 0; k < extra; ++k) {
+    if (i >= size || data[i] < lo || data[i] > hi) return kReplacement;
+    cp = (cp << 6) | (data[i] & 0x3F);
+    lo = 0x80;
+    hi = 0xBF;
+    ++i;
+  }
+  return cp;
+}
+
+// One pass serves both counting (kWrite false) and writing, so the two always agree.
+template <bool kWrite>
+size_t DecodeAll(const uint8_t* data, size_t size, char16_t* out) {
+  size_t units = 0;
+  size_t i = 0;
+  while (i < size) {
+    // Runs of ASCII go eight bytes at a time.
+    while (i + 8 <= size) {
+      uint64_t word;
+      std::memcpy(&word, data + i, 8);
+      if (word & kHighBits) break;
+      if (kWrite) WidenAscii(data + i, 8, out + units);
+      units += 8;
+      i += 8;
+    }
+    if (i >= size) break;
+    const char32_t cp = DecodeUtf8(data, size, i);
+    if (cp < 0x10000) {
+      if (kWrite) out[units] = static_cast<char16_t>(cp);
+      units += 1;
+    } else {
+      if (kWrite) {
+        out[units] = static_cast<char16_t>(0xD800 + ((cp - 0x10000) >> 10));
+        out[units + 1] = static_cast<char16_t>(0xDC00 + ((cp - 0x10000) & 0x3FF));
+      }
+      units += 2;
+    }
+  }
+  return units;
+}
+
+// Reads one code point from UTF-16, a lone surrogate giving U+FFFD.
+char32_t DecodeUtf16(const char16_t* data, size_t size, size_t& i) {
+  const char16_t unit = data[i++];
+  if (unit < 0xD800 || unit > 0xDFFF) return unit;
+  if (unit <= 0xDBFF && i < size && data[i] >= 0xDC00 && data[i] <= 0xDFFF) {
+    const char16_t low = data[i++];
+    return 0x10000 + ((static_cast<char32_t>(unit) - 0xD800) << 10) + (low - 0xDC00);
+  }
+  return kReplacement;
+}
+
+template <bool kWrite>
+size_t EncodeAll(const char16_t* data, size_t size, uint8_t* out) {
+  size_t bytes = 0;
+  size_t i = 0;
+  while (i < size) {
+    const char32_t cp = DecodeUtf16(data, size, i);
+    if (cp < 0x80) {
+      if (kWrite) out[bytes] = static_cast<uint8_t>(cp);
+      bytes += 1;
+    } else if (cp < 0x800) {
+      if (kWrite) {
+        out[bytes] = static_cast<uint8_t>(0xC0 | (cp >> 6));
+        out[bytes + 1] = static_cast<uint8_t>(0x80 | (cp & 0x3F));
+      }
+      bytes += 2;
+    } else if (cp < 0x10000) {
+      if (kWrite) {
+        out[bytes] = static_cast<uint8_t>(0xE0 | (cp >> 12));
+        out[bytes + 1] = static_cast<uint8_t>(0x80 | ((cp >> 6) & 0x3F));
+        out[bytes + 2] = static_cast<uint8_t>(0x80 | (cp & 0x3F));
+      }
+      bytes += 3;
+    } else {
+      if (kWrite) {
+        out[bytes] = static_cast<uint8_t>(0xF0 | (cp >> 18));
+        out[bytes + 1] = static_cast<uint8_t>(0x80 | ((cp >> 12) & 0x3F));
+        out[bytes + 2] = static_cast<uint8_t>(0x80 | ((cp >> 6) & 0x3F));
+        out[bytes + 3] = static_cast<uint8_t>(0x80 | (cp & 0x3F));
+      }
+      bytes += 4;
+    }
+  }
+  return bytes;
+}
+
+}  // namespace
+
+bool IsAscii(const uint8_t* data, size_t size) {
+  size_t i = 0;
+  uint64_t any = 0;
+  for (; i + 32 <= size; i += 32) {
+    uint64_t w[4];
+    std::memcpy(w, data + i, 32);
+    any |= w[0] | w[1] | w[2] | w[3];
+    if (any & kHighBits) return false;
+  }
+  for (; i < size; ++i) any |= data[i];
+  return (any & kHighBits) == 0;
+}
+
+bool IsAscii(const char16_t* data, size_t size) {
+  char16_t any = 0;
+  for (size_t i = 0; i < size; ++i) any |= data[i];
+  return any < 0x80;
+}
+
+void WidenAscii(const uint8_t* data, size_t size, char16_t* out) {
+  for (size_t i = 0; i < size; ++i) out[i] = data[i];
+}
+
+void NarrowAscii(const char16_t* data, size_t size, uint8_t* out) {
+  for (size_t i = 0; i < size; ++i) out[i] = static_cast<uint8_t>(data[i]);
+}
+
+size_t Utf16Length(const uint8_t* data, size_t size) {
+  return DecodeAll<false>(data, size, nullptr);
+}
+
+size_t Utf8ToUtf16(const uint8_t* data, size_t size, char16_t* out) {
+  return DecodeAll<true>(data, size, out);
+}
+
+size_t Utf8Length(const char16_t* data, size_t size) {
+  return EncodeAll<false>(data, size, nullptr);
+}
+
+size_t Utf16ToUtf8(const char16_t* data, size_t size, uint8_t* out) {
+  return EncodeAll<true>(data, size, out);
+}
+
+}  // namespace vantro::io::arrow::core::text

@@ -1,0 +1,740 @@
+// Arrow values to host values.
+//
+// A column arrives as its chunks; every converter writes each chunk straight into its slice
+// of one preallocated host array, so multi-chunk columns are never concatenated first.
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include <arrow/api.h>
+#include <arrow/array/array_dict.h>
+#include <arrow/compute/api_vector.h>
+#include <arrow/util/bit_util.h>
+#include <arrow/util/decimal.h>
+#include <tbb/parallel_for.h>
+#include <tbb/task_arena.h>
+
+#include "host/converter/Converter.hpp"
+#include "host/converter/HostValues.hpp"
+#include "host/converter/TextCodec.hpp"
+#include "host/services/Services.hpp"
+
+namespace vantro::io::arrow::core {
+namespace {
+
+using ::arrow::Array;
+using ::arrow::ArrayVector;
+using ::arrow::DataType;
+using ::arrow::Result;
+using ::arrow::Status;
+using ::arrow::Type;
+using matrix::unique_array;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+Result<unique_array> ConvertColumn(const ArrayVector& chunks, const DataType& type, int64_t length);
+
+bool HasNulls(const ArrayVector& chunks) {
+  for (const auto& chunk : chunks) {
+    if (chunk->null_count() > 0) return true;
+  }
+  return false;
+}
+
+bool IsNull(const Array& chunk, int64_t i) {
+  const uint8_t* bitmap = chunk.null_bitmap_data();
+  return bitmap != nullptr && !::arrow::bit_util::GetBit(bitmap, chunk.offset() + i);
+}
+
+Result<unique_array> NewColumn(int64_t rows, vxClassID classID) {
+  return host::Allocated(vxCreateUninitNumericMatrix(rows, 1, classID, vxREAL));
+}
+
+// A logical Rx1 marking the nulls of every chunk; one allocation, zeroed.
+Result<unique_array> MissingMask(const ArrayVector& chunks, int64_t length) {
+  ARROW_ASSIGN_OR_RAISE(auto mask, host::Allocated(vxCreateLogicalMatrix(length, 1)));
+  vxLogical* out = vxGetLogicals(mask.get());
+  for (const auto& chunk : chunks) {
+    if (chunk->null_count() > 0) {
+      for (int64_t i = 0; i < chunk->length(); ++i) out[i] = IsNull(*chunk, i);
+    }
+    out += chunk->length();
+  }
+  return mask;
+}
+
+Result<unique_array> AllMissing(int64_t length) {
+  ARROW_ASSIGN_OR_RAISE(auto column, NewColumn(length, vxDOUBLE_CLASS));
+  std::fill_n(vxGetPr(column.get()), length, kNaN);
+  return column;
+}
+
+// Integers and logicals with nulls cannot hold a missing value: they become double with NaN.
+template <typename Read>
+Result<unique_array> ToDoubleWithNaN(const ArrayVector& chunks, int64_t length, Read read) {
+  ARROW_ASSIGN_OR_RAISE(auto column, NewColumn(length, vxDOUBLE_CLASS));
+  double* out = vxGetPr(column.get());
+  for (const auto& chunk : chunks) {
+    for (int64_t i = 0; i < chunk->length(); ++i) {
+      out[i] = IsNull(*chunk, i) ? kNaN : read(*chunk, i);
+    }
+    out += chunk->length();
+  }
+  return column;
+}
+
+template <typename CType>
+Result<unique_array> ConvertFixedWidth(const ArrayVector& chunks, int64_t length,
+                                       vxClassID classID) {
+  constexpr bool kFloating = std::is_floating_point_v<CType>;
+  if (!kFloating && HasNulls(chunks)) {
+    return ToDoubleWithNaN(chunks, length, [](const Array& chunk, int64_t i) {
+      return static_cast<double>(chunk.data()->GetValues<CType>(1)[i]);
+    });
+  }
+  ARROW_ASSIGN_OR_RAISE(auto column, NewColumn(length, classID));
+  auto* out = static_cast<CType*>(vxGetData(column.get()));
+  for (const auto& chunk : chunks) {
+    std::memcpy(out, chunk->data()->GetValues<CType>(1), chunk->length() * sizeof(CType));
+    if (kFloating && chunk->null_count() > 0) {
+      for (int64_t i = 0; i < chunk->length(); ++i) {
+        if (IsNull(*chunk, i)) out[i] = std::numeric_limits<CType>::quiet_NaN();
+      }
+    }
+    out += chunk->length();
+  }
+  return column;
+}
+
+float HalfToFloat(uint16_t half) {
+  const uint32_t sign = (half & 0x8000u) << 16;
+  const uint32_t exponent = (half >> 10) & 0x1F;
+  const uint32_t mantissa = half & 0x3FF;
+  float magnitude;
+  if (exponent == 0) {
+    magnitude = std::ldexp(static_cast<float>(mantissa), -24);
+  } else if (exponent == 31) {
+    magnitude =
+        mantissa ? std::numeric_limits<float>::quiet_NaN() : std::numeric_limits<float>::infinity();
+  } else {
+    magnitude = std::ldexp(static_cast<float>(mantissa | 0x400), static_cast<int>(exponent) - 25);
+  }
+  uint32_t bits;
+  std::memcpy(&bits, &magnitude, 4);
+  bits |= sign;
+  float value;
+  std::memcpy(&value, &bits, 4);
+  return value;
+}
+
+Result<unique_array> ConvertHalfFloat(const ArrayVector& chunks, int64_t length) {
+  ARROW_ASSIGN_OR_RAISE(auto column, NewColumn(length, vxSINGLE_CLASS));
+  auto* out = static_cast<float*>(vxGetData(column.get()));
+  for (const auto& chunk : chunks) {
+    const uint16_t* values = chunk->data()->GetValues<uint16_t>(1);
+    for (int64_t i = 0; i < chunk->length(); ++i) {
+      out[i] = IsNull(*chunk, i) ? std::numeric_limits<float>::quiet_NaN() : HalfToFloat(values[i]);
+    }
+    out += chunk->length();
+  }
+  return column;
+}
+
+template <typename DecimalArrayType, typename DecimalValue>
+Result<unique_array> ConvertDecimal(const ArrayVector& chunks, int64_t length, int32_t scale) {
+  return ToDoubleWithNaN(chunks, length, [scale](const Array& chunk, int64_t i) {
+    const auto& decimals = static_cast<const DecimalArrayType&>(chunk);
+    return DecimalValue(decimals.GetValue(i)).ToDouble(scale);
+  });
+}
+
+Result<unique_array> ConvertBoolean(const ArrayVector& chunks, int64_t length) {
+  const auto read = [](const Array& chunk, int64_t i) {
+    return static_cast<const ::arrow::BooleanArray&>(chunk).Value(i);
+  };
+  if (HasNulls(chunks)) {
+    return ToDoubleWithNaN(
+        chunks, length, [&](const Array& chunk, int64_t i) { return read(chunk, i) ? 1.0 : 0.0; });
+  }
+  ARROW_ASSIGN_OR_RAISE(auto column, host::Allocated(vxCreateLogicalMatrix(length, 1)));
+  vxLogical* out = vxGetLogicals(column.get());
+  for (const auto& chunk : chunks) {
+    for (int64_t i = 0; i < chunk->length(); ++i) out[i] = read(*chunk, i);
+    out += chunk->length();
+  }
+  return column;
+}
+
+// ---- strings ---------------------------------------------------------------------------
+
+// The byte range of a chunk's values, for STRING and LARGE_STRING alike.
+template <typename Offset>
+struct StringChunk {
+  const Offset* offsets;  // length + 1 entries, already shifted by the chunk's offset
+  const uint8_t* data;
+  int64_t length;
+
+  explicit StringChunk(const Array& chunk)
+      : offsets(chunk.data()->GetValues<Offset>(1)),
+        data(chunk.data()->GetValues<uint8_t>(2, 0)),
+        length(chunk.length()) {}
+  const uint8_t* begin() const { return data + offsets[0]; }
+  size_t bytes() const { return static_cast<size_t>(offsets[length] - offsets[0]); }
+  const uint8_t* value(int64_t i) const { return data + offsets[i]; }
+  size_t size(int64_t i) const { return static_cast<size_t>(offsets[i + 1] - offsets[i]); }
+};
+
+// Counts the UTF-16 units of every chunk (pass one) so that Data is allocated exactly once.
+template <typename Offset>
+size_t CountUnits(const ArrayVector& chunks, std::vector<bool>& ascii) {
+  size_t units = 0;
+  for (const auto& chunk : chunks) {
+    const StringChunk<Offset> strings(*chunk);
+    const bool isAscii = text::IsAscii(strings.begin(), strings.bytes());
+    ascii.push_back(isAscii);
+    if (isAscii) {
+      units += strings.bytes();
+      continue;
+    }
+    // Per value, because an invalid sequence must not swallow the start of the next value.
+    for (int64_t i = 0; i < strings.length; ++i) {
+      units += text::Utf16Length(strings.value(i), strings.size(i));
+    }
+  }
+  return units;
+}
+
+template <typename Offset>
+Result<unique_array> ConvertStringsOf(const ArrayVector& chunks, int64_t length) {
+  std::vector<bool> ascii;
+  const size_t units = CountUnits<Offset>(chunks, ascii);
+  ARROW_ASSIGN_OR_RAISE(auto data, host::Allocated(vxCreateCharArray(1, units)));
+  ARROW_ASSIGN_OR_RAISE(auto offsets, NewColumn(length + 1, vxUINT64_CLASS));
+  auto* chars = reinterpret_cast<char16_t*>(vxGetChars(data.get()));
+  auto* unitOffsets = static_cast<uint64_t*>(vxGetData(offsets.get()));
+  uint64_t position = 0;
+  int64_t row = 0;
+  unitOffsets[0] = 0;
+  for (size_t c = 0; c < chunks.size(); ++c) {
+    const StringChunk<Offset> strings(*chunks[c]);
+    if (ascii[c]) {
+      // One widening copy for the whole chunk; offsets only shift.
+      text::WidenAscii(strings.begin(), strings.bytes(), chars + position);
+      const Offset base = strings.offsets[0];
+      for (int64_t i = 1; i <= strings.length; ++i) {
+        unitOffsets[row + i] = position + static_cast<uint64_t>(strings.offsets[i] - base);
+      }
+      position += strings.bytes();
+    } else {
+      for (int64_t i = 0; i < strings.length; ++i) {
+        position += text::Utf8ToUtf16(strings.value(i), strings.size(i), chars + position);
+        unitOffsets[row + i + 1] = position;
+      }
+    }
+    row += strings.length;
+  }
+  ARROW_ASSIGN_OR_RAISE(auto missing, MissingMask(chunks, length));
+  std::vector<host::Field> fields;
+  fields.emplace_back(host::kData, std::move(data));
+  fields.emplace_back(host::kOffsets, std::move(offsets));
+  fields.emplace_back(host::kMissing, std::move(missing));
+  return host::MakeObject(host::kString, std::move(fields));
+}
+
+Result<unique_array> ConvertStrings(const ArrayVector& chunks, const DataType& type,
+                                    int64_t length) {
+  if (type.id() == Type::LARGE_STRING) return ConvertStringsOf<int64_t>(chunks, length);
+  return ConvertStringsOf<int32_t>(chunks, length);
+}
+
+// ---- binary ----------------------------------------------------------------------------
+
+// Each value becomes its own uint8 column vector: a cell cannot share one block.
+Result<unique_array> ConvertBinary(const ArrayVector& chunks, int64_t length) {
+  ARROW_ASSIGN_OR_RAISE(auto cell, host::Allocated(vxCreateCellMatrix(length, 1)));
+  int64_t row = 0;
+  for (const auto& chunk : chunks) {
+    for (int64_t i = 0; i < chunk->length(); ++i, ++row) {
+      vxArray* element;
+      if (chunk->IsNull(i)) {
+        element = vxCreateDoubleMatrix(0, 0, vxREAL);
+      } else {
+        std::string_view bytes;
+        if (chunk->type_id() == Type::FIXED_SIZE_BINARY) {
+          bytes = static_cast<const ::arrow::FixedSizeBinaryArray&>(*chunk).GetView(i);
+        } else if (chunk->type_id() == Type::LARGE_BINARY) {
+          bytes = static_cast<const ::arrow::LargeBinaryArray&>(*chunk).GetView(i);
+        } else {
+          bytes = static_cast<const ::arrow::BinaryArray&>(*chunk).GetView(i);
+        }
+        element = vxCreateUninitNumericMatrix(bytes.size(), 1, vxUINT8_CLASS, vxREAL);
+        if (element != nullptr && !bytes.empty()) {
+          std::memcpy(vxGetData(element), bytes.data(), bytes.size());
+        }
+      }
+      ARROW_ASSIGN_OR_RAISE(auto owned, host::Allocated(element));
+      vxSetCell(cell.get(), row, owned.release());
+    }
+  }
+  return cell;
+}
+
+// ---- dates, times, durations -----------------------------------------------------------
+
+const char* UnitName(::arrow::TimeUnit::type unit) {
+  switch (unit) {
+    case ::arrow::TimeUnit::SECOND:
+      return "s";
+    case ::arrow::TimeUnit::MILLI:
+      return "ms";
+    case ::arrow::TimeUnit::MICRO:
+      return "us";
+    case ::arrow::TimeUnit::NANO:
+      return "ns";
+  }
+  return "";
+}
+
+struct TemporalLayout {
+  const char* className;
+  const char* kind;
+  std::string unit;
+  std::string timeZone;
+  bool hasTimeZone;
+};
+
+TemporalLayout LayoutOf(const DataType& type) {
+  switch (type.id()) {
+    case Type::DATE32:
+      return {host::kDatetime, "date32", "day", "", true};
+    case Type::DATE64:
+      return {host::kDatetime, "date64", "ms", "", true};
+    case Type::TIMESTAMP: {
+      const auto& timestamp = static_cast<const ::arrow::TimestampType&>(type);
+      return {host::kDatetime, "timestamp", UnitName(timestamp.unit()), timestamp.timezone(), true};
+    }
+    case Type::TIME32:
+      return {host::kDuration, "time32",
+              UnitName(static_cast<const ::arrow::Time32Type&>(type).unit()), "", false};
+    case Type::TIME64:
+      return {host::kDuration, "time64",
+              UnitName(static_cast<const ::arrow::Time64Type&>(type).unit()), "", false};
+    default:  // DURATION
+      return {host::kDuration, "duration",
+              UnitName(static_cast<const ::arrow::DurationType&>(type).unit()), "", false};
+  }
+}
+
+Result<unique_array> TicksOf(const ArrayVector& chunks, const DataType& type, int64_t length) {
+  ARROW_ASSIGN_OR_RAISE(auto ticks, NewColumn(length, vxINT64_CLASS));
+  auto* out = static_cast<int64_t*>(vxGetData(ticks.get()));
+  const bool narrow = type.id() == Type::DATE32 || type.id() == Type::TIME32;
+  for (const auto& chunk : chunks) {
+    if (narrow) {
+      const int32_t* values = chunk->data()->GetValues<int32_t>(1);
+      std::copy_n(values, chunk->length(), out);
+    } else {
+      std::memcpy(out, chunk->data()->GetValues<int64_t>(1), chunk->length() * sizeof(int64_t));
+    }
+    // Nulls hold whatever the buffer held; zero them so that equal columns compare equal.
+    if (chunk->null_count() > 0) {
+      for (int64_t i = 0; i < chunk->length(); ++i) {
+        if (IsNull(*chunk, i)) out[i] = 0;
+      }
+    }
+    out += chunk->length();
+  }
+  return ticks;
+}
+
+Result<unique_array> ConvertTemporal(const ArrayVector& chunks, const DataType& type,
+                                     int64_t length) {
+  const TemporalLayout layout = LayoutOf(type);
+  std::vector<host::Field> fields;
+  ARROW_ASSIGN_OR_RAISE(auto ticks, TicksOf(chunks, type, length));
+  fields.emplace_back(host::kTicks, std::move(ticks));
+  ARROW_ASSIGN_OR_RAISE(auto unit, host::MakeText(layout.unit));
+  fields.emplace_back(host::kUnit, std::move(unit));
+  if (layout.hasTimeZone) {
+    ARROW_ASSIGN_OR_RAISE(auto zone, host::MakeText(layout.timeZone));
+    fields.emplace_back(host::kTimeZone, std::move(zone));
+  }
+  ARROW_ASSIGN_OR_RAISE(auto kind, host::MakeText(layout.kind));
+  fields.emplace_back(host::kKind, std::move(kind));
+  ARROW_ASSIGN_OR_RAISE(auto missing, MissingMask(chunks, length));
+  fields.emplace_back(host::kMissing, std::move(missing));
+  return host::MakeObject(layout.className, std::move(fields));
+}
+
+// ---- dictionaries ----------------------------------------------------------------------
+
+vxClassID IntegerClass(Type::type id) {
+  switch (id) {
+    case Type::INT8:
+      return vxINT8_CLASS;
+    case Type::UINT8:
+      return vxUINT8_CLASS;
+    case Type::INT16:
+      return vxINT16_CLASS;
+    case Type::UINT16:
+      return vxUINT16_CLASS;
+    case Type::INT32:
+      return vxINT32_CLASS;
+    case Type::UINT32:
+      return vxUINT32_CLASS;
+    case Type::INT64:
+      return vxINT64_CLASS;
+    case Type::UINT64:
+      return vxUINT64_CLASS;
+    default:
+      return vxUNKNOWN_CLASS;
+  }
+}
+
+// Chunks whose dictionaries differ are brought onto one dictionary; the common case of one
+// shared dictionary (every chunk of a Parquet column chunk read) costs nothing.
+Result<ArrayVector> WithOneDictionary(const ArrayVector& chunks,
+                                      const std::shared_ptr<DataType>& type) {
+  bool shared = true;
+  for (size_t c = 1; c < chunks.size() && shared; ++c) {
+    const auto& first = static_cast<const ::arrow::DictionaryArray&>(*chunks[0]).dictionary();
+    const auto& other = static_cast<const ::arrow::DictionaryArray&>(*chunks[c]).dictionary();
+    shared = first == other || first->Equals(*other);
+  }
+  if (shared) return chunks;
+  auto chunked = std::make_shared<::arrow::ChunkedArray>(chunks, type);
+  ARROW_ASSIGN_OR_RAISE(auto unified, ::arrow::DictionaryUnifier::UnifyChunkedArray(chunked));
+  return unified->chunks();
+}
+
+Result<unique_array> ConvertCategorical(const ArrayVector& input, const DataType& type,
+                                        int64_t length) {
+  const auto& dictType = static_cast<const ::arrow::DictionaryType&>(type);
+  ArrayVector chunks = input;
+  if (!chunks.empty()) {
+    ARROW_ASSIGN_OR_RAISE(chunks, WithOneDictionary(input, chunks[0]->type()));
+  }
+  const auto& indexType =
+      chunks.empty() ? dictType.index_type()
+                     : static_cast<const ::arrow::DictionaryType&>(*chunks[0]->type()).index_type();
+  const int width = indexType->byte_width();
+  ARROW_ASSIGN_OR_RAISE(auto codes, NewColumn(length, IntegerClass(indexType->id())));
+  auto* out = static_cast<uint8_t*>(vxGetData(codes.get()));
+  ArrayVector indices;
+  for (const auto& chunk : chunks) {
+    const auto& dictionary = static_cast<const ::arrow::DictionaryArray&>(*chunk);
+    indices.push_back(dictionary.indices());
+    std::memcpy(out, dictionary.indices()->data()->GetValues<uint8_t>(1, chunk->offset() * width),
+                chunk->length() * width);
+    out += chunk->length() * width;
+  }
+  std::shared_ptr<Array> dictionary;
+  if (chunks.empty()) {
+    ARROW_ASSIGN_OR_RAISE(dictionary, ::arrow::MakeEmptyArray(dictType.value_type()));
+  } else {
+    dictionary = static_cast<const ::arrow::DictionaryArray&>(*chunks[0]).dictionary();
+  }
+  ARROW_ASSIGN_OR_RAISE(auto categories,
+                        ConvertStrings({dictionary}, *dictionary->type(), dictionary->length()));
+  ARROW_ASSIGN_OR_RAISE(auto missing, MissingMask(chunks, length));
+  ARROW_ASSIGN_OR_RAISE(auto ordered, host::Allocated(vxCreateLogicalScalar(dictType.ordered())));
+  std::vector<host::Field> fields;
+  fields.emplace_back(host::kCodes, std::move(codes));
+  fields.emplace_back(host::kCategories, std::move(categories));
+  fields.emplace_back(host::kOrdered, std::move(ordered));
+  fields.emplace_back(host::kMissing, std::move(missing));
+  return host::MakeObject(host::kCategorical, std::move(fields));
+}
+
+// Dictionaries of anything but text are decoded: the host has no encoded form for them.
+Result<unique_array> ConvertDecodedDictionary(const ArrayVector& chunks, const DataType& type,
+                                              int64_t length) {
+  ArrayVector decoded;
+  for (const auto& chunk : chunks) {
+    const auto& dictionary = static_cast<const ::arrow::DictionaryArray&>(*chunk);
+    ARROW_ASSIGN_OR_RAISE(auto values,
+                          ::arrow::compute::Take(*dictionary.dictionary(), *dictionary.indices()));
+    decoded.push_back(std::move(values));
+  }
+  const auto& valueType = *static_cast<const ::arrow::DictionaryType&>(type).value_type();
+  return ConvertColumn(decoded, valueType, length);
+}
+
+// ---- nested ----------------------------------------------------------------------------
+
+Result<unique_array> NullElement() { return host::Allocated(vxCreateDoubleMatrix(0, 0, vxREAL)); }
+
+template <typename ListArrayType>
+Status FillListCells(const Array& chunk, vxArray* cell, int64_t& row) {
+  const auto& lists = static_cast<const ListArrayType&>(chunk);
+  const auto& valueType = *lists.value_type();
+  for (int64_t i = 0; i < lists.length(); ++i, ++row) {
+    unique_array element;
+    if (lists.IsNull(i)) {
+      ARROW_ASSIGN_OR_RAISE(element, NullElement());
+    } else {
+      const auto slice = lists.value_slice(i);
+      ARROW_ASSIGN_OR_RAISE(element, ConvertColumn({slice}, valueType, slice->length()));
+    }
+    vxSetCell(cell, row, element.release());
+  }
+  return Status::OK();
+}
+
+Status FillMapCells(const Array& chunk, vxArray* cell, int64_t& row) {
+  const auto& maps = static_cast<const ::arrow::MapArray&>(chunk);
+  const auto& mapType = static_cast<const ::arrow::MapType&>(*maps.type());
+  for (int64_t i = 0; i < maps.length(); ++i, ++row) {
+    unique_array element;
+    if (maps.IsNull(i)) {
+      ARROW_ASSIGN_OR_RAISE(element, NullElement());
+    } else {
+      const int64_t start = maps.value_offset(i), size = maps.value_length(i);
+      std::vector<unique_array> columns(2);
+      ARROW_ASSIGN_OR_RAISE(
+          columns[0], ConvertColumn({maps.keys()->Slice(start, size)}, *mapType.key_type(), size));
+      ARROW_ASSIGN_OR_RAISE(columns[1], ConvertColumn({maps.items()->Slice(start, size)},
+                                                      *mapType.item_type(), size));
+      ARROW_ASSIGN_OR_RAISE(element, host::MakeTable({"Key", "Value"}, std::move(columns)));
+    }
+    vxSetCell(cell, row, element.release());
+  }
+  return Status::OK();
+}
+
+Result<unique_array> ConvertNestedCells(const ArrayVector& chunks, int64_t length) {
+  ARROW_ASSIGN_OR_RAISE(auto cell, host::Allocated(vxCreateCellMatrix(length, 1)));
+  int64_t row = 0;
+  for (const auto& chunk : chunks) {
+    switch (chunk->type_id()) {
+      case Type::LIST:
+        ARROW_RETURN_NOT_OK(FillListCells<::arrow::ListArray>(*chunk, cell.get(), row));
+        break;
+      case Type::LARGE_LIST:
+        ARROW_RETURN_NOT_OK(FillListCells<::arrow::LargeListArray>(*chunk, cell.get(), row));
+        break;
+      default:
+        ARROW_RETURN_NOT_OK(FillMapCells(*chunk, cell.get(), row));
+        break;
+    }
+  }
+  return cell;
+}
+
+// A struct is a nested table. A null struct row shows as missing in every field.
+Result<unique_array> ConvertStruct(const ArrayVector& chunks, const DataType& type,
+                                   int64_t length) {
+  std::vector<std::string> names;
+  std::vector<unique_array> columns;
+  for (int k = 0; k < type.num_fields(); ++k) {
+    ArrayVector fieldChunks;
+    for (const auto& chunk : chunks) {
+      ARROW_ASSIGN_OR_RAISE(auto field,
+                            static_cast<const ::arrow::StructArray&>(*chunk).GetFlattenedField(k));
+      fieldChunks.push_back(std::move(field));
+    }
+    names.push_back(type.field(k)->name());
+    ARROW_ASSIGN_OR_RAISE(auto column, ConvertColumn(fieldChunks, *type.field(k)->type(), length));
+    columns.push_back(std::move(column));
+  }
+  return host::MakeTable(names, std::move(columns));
+}
+
+Result<unique_array> ConvertColumn(const ArrayVector& chunks, const DataType& type,
+                                   int64_t length) {
+  switch (type.id()) {
+    case Type::BOOL:
+      return ConvertBoolean(chunks, length);
+    case Type::INT8:
+      return ConvertFixedWidth<int8_t>(chunks, length, vxINT8_CLASS);
+    case Type::UINT8:
+      return ConvertFixedWidth<uint8_t>(chunks, length, vxUINT8_CLASS);
+    case Type::INT16:
+      return ConvertFixedWidth<int16_t>(chunks, length, vxINT16_CLASS);
+    case Type::UINT16:
+      return ConvertFixedWidth<uint16_t>(chunks, length, vxUINT16_CLASS);
+    case Type::INT32:
+      return ConvertFixedWidth<int32_t>(chunks, length, vxINT32_CLASS);
+    case Type::UINT32:
+      return ConvertFixedWidth<uint32_t>(chunks, length, vxUINT32_CLASS);
+    case Type::INT64:
+      return ConvertFixedWidth<int64_t>(chunks, length, vxINT64_CLASS);
+    case Type::UINT64:
+      return ConvertFixedWidth<uint64_t>(chunks, length, vxUINT64_CLASS);
+    case Type::HALF_FLOAT:
+      return ConvertHalfFloat(chunks, length);
+    case Type::FLOAT:
+      return ConvertFixedWidth<float>(chunks, length, vxSINGLE_CLASS);
+    case Type::DOUBLE:
+      return ConvertFixedWidth<double>(chunks, length, vxDOUBLE_CLASS);
+    case Type::DECIMAL128:
+      return ConvertDecimal<::arrow::Decimal128Array, ::arrow::Decimal128>(
+          chunks, length, static_cast<const ::arrow::DecimalType&>(type).scale());
+    case Type::DECIMAL256:
+      return ConvertDecimal<::arrow::Decimal256Array, ::arrow::Decimal256>(
+          chunks, length, static_cast<const ::arrow::DecimalType&>(type).scale());
+    case Type::NA:
+      return AllMissing(length);
+    case Type::STRING:
+    case Type::LARGE_STRING:
+      return ConvertStrings(chunks, type, length);
+    case Type::BINARY:
+    case Type::LARGE_BINARY:
+    case Type::FIXED_SIZE_BINARY:
+      return ConvertBinary(chunks, length);
+    case Type::DATE32:
+    case Type::DATE64:
+    case Type::TIMESTAMP:
+    case Type::TIME32:
+    case Type::TIME64:
+    case Type::DURATION:
+      return ConvertTemporal(chunks, type, length);
+    case Type::DICTIONARY: {
+      const auto valueId = static_cast<const ::arrow::DictionaryType&>(type).value_type()->id();
+      if (valueId == Type::STRING || valueId == Type::LARGE_STRING) {
+        return ConvertCategorical(chunks, type, length);
+      }
+      return ConvertDecodedDictionary(chunks, type, length);
+    }
+    case Type::LIST:
+    case Type::LARGE_LIST:
+    case Type::MAP:
+      return ConvertNestedCells(chunks, length);
+    case Type::STRUCT:
+      return ConvertStruct(chunks, type, length);
+    default:
+      return Status::TypeError("the host has no value for Arrow type ", type.ToString());
+  }
+}
+
+Status UnsupportedColumn(const std::string& name, const std::shared_ptr<DataType>& type) {
+  return Status(::arrow::StatusCode::TypeError,
+                "Column '" + name + "' has Arrow type " + type->ToString() +
+                    ", which the host cannot represent",
+                std::make_shared<TableErrorStatusDetail>(name, type));
+}
+
+// Runs work(i) for i in [0, count) on the host's computational threads.
+template <typename Work>
+void ParallelFor(size_t count, Work work) {
+  const int threads =
+      static_cast<int>(std::max<int64_t>(1, foundation::services::getNumComputationalThreads()));
+  if (threads == 1 || count < 2) {
+    for (size_t i = 0; i < count; ++i) work(i);
+    return;
+  }
+  tbb::task_arena arena(threads);
+  arena.execute([&] { tbb::parallel_for(size_t{0}, count, [&](size_t i) { work(i); }); });
+}
+
+}  // namespace
+
+TableErrorStatusDetail::TableErrorStatusDetail(std::string columnName,
+                                               std::shared_ptr<::arrow::DataType> type)
+    : mColumnName(std::move(columnName)), mType(std::move(type)) {}
+
+const char* TableErrorStatusDetail::type_id() const {
+  return "vantro::io::arrow::core::TableErrorStatusDetail";
+}
+
+std::string TableErrorStatusDetail::ToString() const {
+  return "column '" + mColumnName + "' of unsupported type " + (mType ? mType->ToString() : "?");
+}
+
+std::optional<std::string> to_vantro_datatype(const std::shared_ptr<::arrow::DataType>& type) {
+  if (type == nullptr) return std::nullopt;
+  switch (type->id()) {
+    case Type::BOOL:
+      return "logical";
+    case Type::INT8:
+      return "int8";
+    case Type::UINT8:
+      return "uint8";
+    case Type::INT16:
+      return "int16";
+    case Type::UINT16:
+      return "uint16";
+    case Type::INT32:
+      return "int32";
+    case Type::UINT32:
+      return "uint32";
+    case Type::INT64:
+      return "int64";
+    case Type::UINT64:
+      return "uint64";
+    case Type::HALF_FLOAT:
+    case Type::FLOAT:
+      return "single";
+    case Type::DOUBLE:
+    case Type::DECIMAL128:
+    case Type::DECIMAL256:
+    case Type::NA:
+      return "double";
+    case Type::STRING:
+    case Type::LARGE_STRING:
+      return "string";
+    case Type::BINARY:
+    case Type::LARGE_BINARY:
+    case Type::FIXED_SIZE_BINARY:
+      return "cell";
+    case Type::DATE32:
+    case Type::DATE64:
+    case Type::TIMESTAMP:
+      return "datetime";
+    case Type::TIME32:
+    case Type::TIME64:
+    case Type::DURATION:
+      return "duration";
+    case Type::DICTIONARY: {
+      const auto& valueType = static_cast<const ::arrow::DictionaryType&>(*type).value_type();
+      if (valueType->id() == Type::STRING || valueType->id() == Type::LARGE_STRING) {
+        return "categorical";
+      }
+      return to_vantro_datatype(valueType);
+    }
+    case Type::LIST:
+    case Type::LARGE_LIST:
+    case Type::MAP:
+    case Type::STRUCT:
+      // A nested type is supported only when everything inside it is.
+      for (const auto& child : type->fields()) {
+        if (!to_vantro_datatype(child->type())) return std::nullopt;
+      }
+      return std::string(type->id() == Type::STRUCT ? "table" : "cell");
+    default:
+      return std::nullopt;
+  }
+}
+
+::arrow::Result<matrix::unique_array> to_vantro(const std::shared_ptr<::arrow::Table>& table) {
+  if (table == nullptr) return host::MakeTable({}, {});
+  const int count = table->num_columns();
+  std::vector<std::string> names;
+  for (int i = 0; i < count; ++i) {
+    names.push_back(table->field(i)->name());
+    if (!to_vantro_datatype(table->field(i)->type())) {
+      return UnsupportedColumn(names.back(), table->field(i)->type());
+    }
+  }
+  std::vector<unique_array> columns(count);
+  std::vector<Status> statuses(count);
+  ParallelFor(count, [&](size_t i) {
+    const auto& column = table->column(static_cast<int>(i));
+    auto converted = ConvertColumn(column->chunks(), *column->type(), column->length());
+    if (converted.ok()) {
+      columns[i] = std::move(converted).ValueUnsafe();
+    } else {
+      statuses[i] = converted.status();
+    }
+  });
+  for (const auto& status : statuses) ARROW_RETURN_NOT_OK(status);
+  return host::MakeTable(names, std::move(columns));
+}
+
+::arrow::Result<matrix::unique_array> to_vantro(const std::shared_ptr<::arrow::Array>& array) {
+  if (array == nullptr) return Status::Invalid("to_vantro: no array");
+  if (!to_vantro_datatype(array->type())) return UnsupportedColumn("", array->type());
+  return ConvertColumn({array}, *array->type(), array->length());
+}
+
+}  // namespace vantro::io::arrow::core
