@@ -1,0 +1,306 @@
+#include "toolbox/vantro/io/parquet/core/read/ParquetReader.hpp"
+
+#include <deque>
+#include <exception>
+#include <numeric>
+#include <unordered_map>
+#include <utility>
+
+#include <arrow/memory_pool.h>
+#include <arrow/table.h>
+#include <arrow/type.h>
+#include <arrow/util/thread_pool.h>
+#include <parquet/exception.h>
+#include <parquet/file_reader.h>
+#include <parquet/schema.h>
+
+#include "host/converter/Converter.hpp"
+#include "host/services/Services.hpp"
+#include "host/unicode/ustring.hpp"
+#include "host/vfs/AbsoluteIRI.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
+#include "toolbox/vantro/io/parquet/core/common/SchemaLeafIndex.hpp"
+#include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
+#include "toolbox/vantro/io/parquet/core/info/RowGroupGeometry.hpp"
+#include "toolbox/vantro/io/parquet/core/info/TypeDescriptions.hpp"
+
+namespace vantro::io::parquet::core::read {
+
+namespace msg = VANTRO::parquetio::read;
+namespace severity = foundation::log::severity;
+using common::getLogger;
+using common::throwReadExceptIfNotOk;
+using foundation::unicode::ustring_to_utf8;
+using foundation::unicode::utf8_to_ustring;
+
+namespace {
+
+// Hadoop's client cannot serve concurrent column reads of one file. The scheme is compared
+// exactly: other spellings go through their provider like any other scheme.
+bool isHadoopIRI(const std::u16string& filename) {
+  try {
+    return vfs::AbsoluteIRI(filename).getScheme() == u"hdfs";
+  } catch (const std::exception& e) {
+    getLogger().log(severity::kError, "Exception caught: ", e.what());
+  } catch (...) {
+    getLogger().log(severity::kError, "Exception caught: unknown exception");
+  }
+  return false;
+}
+
+const ::parquet::schema::GroupNode& rootNode(const ::parquet::arrow::SchemaManifest& manifest) {
+  return *manifest.descr->group_node();
+}
+
+bool isNestedTypeId(::arrow::Type::type id) {
+  switch (id) {
+    case ::arrow::Type::LIST:
+    case ::arrow::Type::STRUCT:
+    case ::arrow::Type::SPARSE_UNION:
+    case ::arrow::Type::DENSE_UNION:
+    case ::arrow::Type::MAP:
+    case ::arrow::Type::FIXED_SIZE_LIST:
+    case ::arrow::Type::LARGE_LIST:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------
+// SelectedVariables
+
+::arrow::Status ParquetReader::SelectedVariables::setArrowFieldIndices(
+    const std::vector<std::u16string>& names) {
+  // A queue per name, so that a name asked twice takes the file's next field of that name.
+  const auto& root = rootNode(*manifest);
+  std::unordered_map<std::string, std::deque<int32_t>> fieldsByName;
+  for (int i = 0; i < root.field_count(); ++i) {
+    fieldsByName[root.field(i)->name()].push_back(i);
+  }
+
+  std::vector<int32_t> selected;
+  selected.reserve(names.size());
+  for (const auto& name : names) {
+    auto found = fieldsByName.find(ustring_to_utf8(name));
+    if (found == fieldsByName.end() || found->second.empty()) continue;
+    selected.push_back(found->second.front());
+    found->second.pop_front();
+  }
+  arrowFieldIndices = std::move(selected);
+  return ::arrow::Status::OK();
+}
+
+::arrow::Status ParquetReader::SelectedVariables::setParquetColumnIndices() {
+  std::vector<int32_t> columns;
+  for (int32_t field : arrowFieldIndices) {
+    auto leaves = common::schema_field_to_all_leaf_indices(manifest->schema_fields[field]);
+    if (!leaves) return ::arrow::Status::Invalid("Corrupt SchemaManifest");
+    columns.insert(columns.end(), leaves->begin(), leaves->end());
+  }
+  parquetColumnIndices = std::move(columns);
+  return ::arrow::Status::OK();
+}
+
+std::vector<std::u16string> ParquetReader::SelectedVariables::getSelectedVariableNames() const {
+  std::vector<std::u16string> names;
+  names.reserve(arrowFieldIndices.size());
+  for (int32_t field : arrowFieldIndices) {
+    names.push_back(utf8_to_ustring(rootNode(*manifest).field(field)->name()));
+  }
+  return names;
+}
+
+// ---------------------------------------------------------------------------------------------
+// ParquetReader
+
+ParquetReader::ParquetReader() { VANTRO_PARQUET_TRACE(); }
+
+ParquetReader::ParquetReader(const std::u16string& filename) {
+  VANTRO_PARQUET_TRACE();
+  getLogger().log(severity::kFile, " filename=", filename);
+  init(filename);
+}
+
+ParquetReader::~ParquetReader() { VANTRO_PARQUET_TRACE(); }
+
+// The manifest lives inside the Arrow reader on the heap, so its address survives the move.
+ParquetReader::ParquetReader(ParquetReader&& other) noexcept
+    : mFilename(std::move(other.mFilename)),
+      mFileReader(std::move(other.mFileReader)),
+      mSelectedVariables(std::move(other.mSelectedVariables)) {
+  VANTRO_PARQUET_TRACE();
+  other.mSelectedVariables = SelectedVariables{};
+}
+
+ParquetReader& ParquetReader::operator=(ParquetReader&& other) noexcept {
+  VANTRO_PARQUET_TRACE();
+  if (this != &other) {
+    mFilename = std::move(other.mFilename);
+    mFileReader = std::move(other.mFileReader);
+    mSelectedVariables = std::move(other.mSelectedVariables);
+    other.mSelectedVariables = SelectedVariables{};
+  }
+  return *this;
+}
+
+void ParquetReader::init(const std::u16string& filename) {
+  VANTRO_PARQUET_TRACE();
+  getLogger().log(severity::kFile, " filename=", filename);
+  auto file = common::makeReadableFilePtr(filename);
+  mFilename = file->GetFilename();
+
+  throwReadExceptIfNotOk(guarded([&] {
+                           return ::parquet::arrow::OpenFile(file, ::arrow::default_memory_pool(),
+                                                             &mFileReader);
+                         }),
+                         mFilename);
+
+  // Every variable is selected until the host narrows the selection.
+  mSelectedVariables.manifest = &mFileReader->manifest();
+  mSelectedVariables.arrowFieldIndices.resize(mSelectedVariables.manifest->schema_fields.size());
+  std::iota(mSelectedVariables.arrowFieldIndices.begin(),
+            mSelectedVariables.arrowFieldIndices.end(), 0);
+  throwReadExceptIfNotOk(mSelectedVariables.setParquetColumnIndices(), mFilename);
+}
+
+matrix::unique_array ParquetReader::read() {
+  VANTRO_PARQUET_TRACE();
+  if (!hasdata()) common::throwInvalidRead(mFilename, u"No more data");
+  setupArrowThreadPool();
+  return toHostTable(readNext());
+}
+
+void ParquetReader::setSelectedVariableNames(const std::vector<std::u16string>& names) {
+  VANTRO_PARQUET_TRACE();
+  if (!mFileReader) return;
+  ::arrow::Status status = mSelectedVariables.setArrowFieldIndices(names);
+  if (status.ok()) status = mSelectedVariables.setParquetColumnIndices();
+  throwReadExceptIfNotOk(status, mFilename);
+}
+
+std::vector<std::u16string> ParquetReader::getSelectedVariableNames() const {
+  VANTRO_PARQUET_TRACE();
+  return mSelectedVariables.getSelectedVariableNames();
+}
+
+const std::u16string& ParquetReader::getFilename() const {
+  VANTRO_PARQUET_TRACE();
+  return mFilename;
+}
+
+double ParquetReader::getTotalNumRowGroups() const {
+  VANTRO_PARQUET_TRACE();
+  return static_cast<double>(getMetadata().num_row_groups());
+}
+
+std::vector<std::u16string> ParquetReader::getVariableNames() const {
+  VANTRO_PARQUET_TRACE();
+  return info::getVariableNames(getSchema());
+}
+
+std::vector<std::string> ParquetReader::getVariableTypes() const {
+  VANTRO_PARQUET_TRACE();
+  return info::getVariableTypes(getSchema());
+}
+
+const std::vector<uint64_t> ParquetReader::getRowGroupHeights() const {
+  VANTRO_PARQUET_TRACE();
+  return info::getRowGroupHeights(getMetadata());
+}
+
+const std::vector<uint64_t> ParquetReader::getRowGroupOffsets() const {
+  VANTRO_PARQUET_TRACE();
+  return info::getRowGroupOffsets(getMetadata());
+}
+
+Statistics ParquetReader::getStatistics(const std::vector<int>& variableIndices) {
+  VANTRO_PARQUET_TRACE();
+  return read_statistics(mFileReader->parquet_reader()->metadata(), getSchema(),
+                         *mSelectedVariables.manifest, variableIndices);
+}
+
+const ::parquet::FileMetaData& ParquetReader::getMetadata() const {
+  VANTRO_PARQUET_TRACE();
+  return *mFileReader->parquet_reader()->metadata();
+}
+
+std::shared_ptr<::arrow::Schema> ParquetReader::getSchema() const {
+  std::shared_ptr<::arrow::Schema> schema;
+  throwReadExceptIfNotOk(mFileReader->GetSchema(&schema), mFilename);
+  return schema;
+}
+
+void ParquetReader::setupArrowThreadPool() {
+  VANTRO_PARQUET_TRACE();
+  if (isHadoopIRI(mFilename)) {
+    getLogger().log(severity::kConfig,
+                    "Disabling Arrow thread pool since multi-threaded column reads are not "
+                    "currently supported for Hadoop IRIs");
+    if (mFileReader) mFileReader->set_use_threads(false);
+    return;
+  }
+  const int64_t numThreads = foundation::services::getNumComputationalThreads();
+  getLogger().log(severity::kConfig, "numThreads = ", numThreads);
+  throwReadExceptIfNotOk(::arrow::SetCpuThreadPoolCapacity(static_cast<int>(numThreads)),
+                         mFilename);
+  if (mFileReader) mFileReader->set_use_threads(true);
+}
+
+void ParquetReader::checkForRowGroupedNestedDictionary() const {
+  VANTRO_PARQUET_TRACE();
+  if (getMetadata().num_row_groups() <= 1) return;
+  const auto schema = getSchema();
+  for (int32_t index : mSelectedVariables.arrowFieldIndices) {
+    const auto& field = schema->field(index);
+    throwIfNestedDictionary(field, 0, field->name(), index);
+  }
+}
+
+void ParquetReader::throwIfNestedDictionary(const std::shared_ptr<::arrow::Field>& field,
+                                            uint64_t depth, const std::string& variableName,
+                                            int variableIndex) const {
+  VANTRO_PARQUET_TRACE();
+  const auto& type = field->type();
+  if (depth != 0 && type->id() == ::arrow::Type::DICTIONARY) {
+    common::throwException<msg::DictionaryInNestedStructure>(variableName);
+  }
+  if (isNestedTypeId(type->id()) && !common::isSupportedNestedType(type)) {
+    common::throwInternalUnsupportedParquetTypeException(variableName);
+  }
+  for (const auto& child : type->fields()) {
+    throwIfNestedDictionary(child, depth + 1, variableName, variableIndex);
+  }
+}
+
+matrix::unique_array ParquetReader::toHostTable(
+    const std::shared_ptr<::arrow::Table>& table) const {
+  auto result = ::vantro::io::arrow::core::to_vantro(table);
+  if (!result.ok()) {
+    const ::arrow::Status& status = result.status();
+    if (status.code() == ::arrow::StatusCode::TypeError) {
+      // The converter names the column it could not represent.
+      const auto* detail = dynamic_cast<const ::vantro::io::arrow::core::TableErrorStatusDetail*>(
+          status.detail().get());
+      if (detail != nullptr) {
+        common::throwInternalUnsupportedParquetTypeException(detail->column_name());
+      }
+    }
+    throwReadExceptIfNotOk(status, mFilename);
+  }
+  return std::move(result).ValueOrDie();
+}
+
+::arrow::Status ParquetReader::guarded(const std::function<::arrow::Status()>& call) const {
+  try {
+    return call();
+  } catch (const ::parquet::ParquetException& e) {
+    // Parquet reports some footer and page faults by exception rather than by status.
+    getLogger().log(severity::kError, "Exception caught: ", e.what());
+    common::throwReaderLoadException(ustring_to_utf8(mFilename), e.what());
+  }
+}
+
+}  // namespace vantro::io::parquet::core::read
