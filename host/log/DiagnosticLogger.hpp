@@ -47,6 +47,9 @@ inline void append(std::ostringstream& out, std::u16string_view text) {
 inline void append(std::ostringstream& out, const std::u16string& text) {
   out << unicode::ustring_to_utf8(text);
 }
+inline void append(std::ostringstream& out, const char16_t* text) {
+  out << unicode::ustring_to_utf8(text);
+}
 template <class T>
 void append(std::ostringstream& out, const T& value) {
   out << value;

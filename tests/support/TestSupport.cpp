@@ -60,6 +60,20 @@ void writeParquet(const std::string& path, const std::shared_ptr<arrow::Table>& 
   ARROW_UNUSED(sink->Close());
 }
 
+void writeParquetWithoutRowGroups(const std::string& path,
+                                  const std::shared_ptr<arrow::Schema>& schema) {
+  auto sink = arrow::io::FileOutputStream::Open(path).ValueOrDie();
+  auto writer = parquet::arrow::FileWriter::Open(*schema, arrow::default_memory_pool(), sink);
+  auto status = writer.ok() ? (*writer)->Close() : writer.status();
+  if (!status.ok()) throw std::runtime_error("writeParquetWithoutRowGroups: " + status.ToString());
+  ARROW_UNUSED(sink->Close());
+}
+
+void writeTruncatedCopy(const std::string& source, const std::string& target, size_t cut) {
+  const std::string bytes = readBytes(source);
+  writeBytes(target, bytes.substr(0, bytes.size() > cut ? bytes.size() - cut : 0));
+}
+
 std::shared_ptr<arrow::Array> arrayFromJSON(const std::shared_ptr<arrow::DataType>& type,
                                             const std::string& json) {
   return arrow::ipc::internal::json::ArrayFromJSON(type, json).ValueOrDie();

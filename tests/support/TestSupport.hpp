@@ -49,6 +49,13 @@ void writeParquet(
     std::shared_ptr<parquet::ArrowWriterProperties> arrowProperties =
         parquet::default_arrow_writer_properties());
 
+// Writes a file with the given schema and no row groups at all.
+void writeParquetWithoutRowGroups(const std::string& path,
+                                  const std::shared_ptr<arrow::Schema>& schema);
+
+// Writes a copy of source without its last `cut` bytes.
+void writeTruncatedCopy(const std::string& source, const std::string& target, size_t cut);
+
 // Builds an array of the given type from JSON text, e.g. arrayFromJSON(arrow::int64(), "[1,
 // null]").
 std::shared_ptr<arrow::Array> arrayFromJSON(const std::shared_ptr<arrow::DataType>& type,
