@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -147,6 +148,18 @@ std::optional<foundation::core::except::MessageArguments> expectHostError(
   }
   ADD_FAILURE() << "expected " << identifier << ", nothing was thrown";
   return std::nullopt;
+}
+
+ProgramResult runVxparquet(const std::string& arguments) {
+  TempDir scratch;
+  const std::string command = std::string(VX_BINARY_DIR) + "/tools/vxparquet " + arguments +
+                              " >" + scratch.file("out") + " 2>" + scratch.file("err");
+  ProgramResult result;
+  const int status = std::system(command.c_str());
+  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  result.out = readBytes(scratch.file("out"));
+  result.err = readBytes(scratch.file("err"));
+  return result;
 }
 
 std::string interopDir() {

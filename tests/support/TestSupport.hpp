@@ -93,6 +93,15 @@ class LogCapture {
 std::optional<foundation::core::except::MessageArguments> expectHostError(
     const std::function<void()>& fn, const std::string& identifier);
 
+// Runs the built vxparquet program with the given argument text (shell syntax) and returns its
+// exit code, standard output and standard error.
+struct ProgramResult {
+  int exitCode = -1;
+  std::string out;
+  std::string err;
+};
+ProgramResult runVxparquet(const std::string& arguments);
+
 // The public Parquet test corpus, when ../shared holds it; empty otherwise.
 std::string interopDir();
 // Every *.parquet file of the corpus, sorted.
