@@ -449,15 +449,37 @@ Result<ArrayPtr> BinaryCellToArrow(const vxArray* cell) {
   return builder.Finish();
 }
 
-// Converts every non-null element and checks that they all share one Arrow type.
-Result<ArrayVector> ConvertElements(
-    const vxArray* cell, const std::string& where, std::shared_ptr<DataType>* commonType,
-    const std::function<Result<ArrayPtr>(const vxArray*, const std::string&)>& convert) {
+bool IsCellOfNulls(const vxArray* element) {
+  if (vxGetClassID(element) != vxCELL_CLASS) return false;
+  for (size_t i = 0; i < vxGetNumberOfElements(element); ++i) {
+    if (!host::IsNullElement(vxGetCell(element, i))) return false;
+  }
+  return true;
+}
+
+bool IsCellType(const DataType& type) {
+  return type.id() == ::arrow::Type::LIST || type.id() == ::arrow::Type::MAP ||
+         type.id() == ::arrow::Type::BINARY;
+}
+
+using ElementConverter = std::function<Result<ArrayPtr>(const vxArray*, const std::string&)>;
+
+// Converts every non-null element and checks that they all share one Arrow type. A cell of
+// nothing but nulls has no type of its own; it takes the type of its neighbours.
+Result<ArrayVector> ConvertElements(const vxArray* cell, const std::string& where,
+                                    std::shared_ptr<DataType>* commonType,
+                                    const ElementConverter& convert) {
   ArrayVector elements;
+  std::vector<size_t> untyped;  // positions in `elements` still to fill
   int64_t firstRow = 0;
   for (size_t i = 0; i < vxGetNumberOfElements(cell); ++i) {
     const vxArray* element = vxGetCell(cell, i);
     if (host::IsNullElement(element)) continue;
+    if (IsCellOfNulls(element) && vxGetNumberOfElements(element) > 0) {
+      untyped.push_back(elements.size());
+      elements.push_back(nullptr);
+      continue;
+    }
     const std::string at = where + "{" + std::to_string(i + 1) + "}";
     ARROW_ASSIGN_OR_RAISE(auto array, convert(element, at));
     if (*commonType == nullptr) {
@@ -469,6 +491,28 @@ Result<ArrayVector> ConvertElements(
                              array->type()->ToString(), " in row ", i + 1, ")");
     }
     elements.push_back(std::move(array));
+  }
+  if (untyped.empty()) return elements;
+  const bool typed = *commonType != nullptr && IsCellType(**commonType);
+  if (*commonType != nullptr && !typed) {
+    return Status::Invalid(where, ": the cell mixes cells with ", (*commonType)->ToString(),
+                           " values");
+  }
+  size_t position = 0, next = 0;
+  for (size_t i = 0; i < vxGetNumberOfElements(cell) && next < untyped.size(); ++i) {
+    const vxArray* element = vxGetCell(cell, i);
+    if (host::IsNullElement(element)) continue;
+    if (position == untyped[next]) {
+      const auto rows = static_cast<int64_t>(vxGetNumberOfElements(element));
+      if (typed) {
+        ARROW_ASSIGN_OR_RAISE(elements[position], ::arrow::MakeArrayOfNull(*commonType, rows));
+      } else {
+        ARROW_ASSIGN_OR_RAISE(elements[position], convert(element, where));
+        *commonType = elements[position]->type();
+      }
+      ++next;
+    }
+    ++position;
   }
   return elements;
 }
@@ -512,8 +556,8 @@ Result<ArrayPtr> ListCellToArrow(const vxArray* cell, const std::string& where) 
 // Each element is a table of "Key" and "Value": it converts as a struct of two fields.
 Result<ArrayPtr> MapCellToArrow(const vxArray* cell, const std::string& where) {
   std::shared_ptr<DataType> entryType;
-  ARROW_ASSIGN_OR_RAISE(auto elements,
-                        ConvertElements(cell, where, &entryType, NestedTableToArrow));
+  ARROW_ASSIGN_OR_RAISE(auto elements, ConvertElements(cell, where, &entryType,
+                                                       ElementConverter(NestedTableToArrow)));
   ARROW_ASSIGN_OR_RAISE(auto entries, Flatten(elements, entryType));
   const auto& entryStruct = static_cast<const ::arrow::StructArray&>(*entries);
   if (entryStruct.field(0)->null_count() > 0) {

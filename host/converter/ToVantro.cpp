@@ -9,6 +9,7 @@
 #include <arrow/api.h>
 #include <arrow/array/array_dict.h>
 #include <arrow/compute/api_vector.h>
+#include <arrow/compute/cast.h>
 #include <arrow/util/bit_util.h>
 #include <arrow/util/decimal.h>
 #include <tbb/parallel_for.h>
@@ -464,16 +465,47 @@ Result<unique_array> ConvertDecodedDictionary(const ArrayVector& chunks, const D
 
 Result<unique_array> NullElement() { return host::Allocated(vxCreateDoubleMatrix(0, 0, vxREAL)); }
 
+bool IsIntegerOrBoolean(const DataType& type) {
+  return type.id() == Type::BOOL || ::arrow::is_integer(type.id());
+}
+
+// Integer and logical values with nulls become double, so the rows of one list column could
+// get different classes depending on where the nulls fall. Deciding once for the whole values
+// array keeps every element of the cell (and each field of list-of-struct elements) one class.
+Result<std::shared_ptr<Array>> PromoteNullableIntegers(const std::shared_ptr<Array>& values) {
+  if (IsIntegerOrBoolean(*values->type()) && values->null_count() > 0) {
+    return ::arrow::compute::Cast(*values, ::arrow::float64());
+  }
+  if (values->type_id() != Type::STRUCT) return values;
+  const auto& structs = static_cast<const ::arrow::StructArray&>(*values);
+  ::arrow::ArrayVector children;
+  bool changed = false;
+  for (int k = 0; k < values->num_fields(); ++k) {
+    ARROW_ASSIGN_OR_RAISE(auto child, structs.GetFlattenedField(k));
+    ARROW_ASSIGN_OR_RAISE(auto promoted, PromoteNullableIntegers(child));
+    changed = changed || promoted != child;
+    children.push_back(promoted);
+  }
+  if (!changed) return values;
+  std::vector<std::string> names;
+  for (const auto& field : values->type()->fields()) names.push_back(field->name());
+  // Flattening already pushed the struct's nulls into its fields, which is all the host
+  // keeps of them (a null struct row is missing in every field).
+  ARROW_ASSIGN_OR_RAISE(auto rebuilt, ::arrow::StructArray::Make(children, names));
+  return std::static_pointer_cast<Array>(rebuilt);
+}
+
 template <typename ListArrayType>
 Status FillListCells(const Array& chunk, vxArray* cell, int64_t& row) {
   const auto& lists = static_cast<const ListArrayType&>(chunk);
-  const auto& valueType = *lists.value_type();
+  ARROW_ASSIGN_OR_RAISE(auto values, PromoteNullableIntegers(lists.values()));
+  const auto& valueType = *values->type();
   for (int64_t i = 0; i < lists.length(); ++i, ++row) {
     unique_array element;
     if (lists.IsNull(i)) {
       ARROW_ASSIGN_OR_RAISE(element, NullElement());
     } else {
-      const auto slice = lists.value_slice(i);
+      const auto slice = values->Slice(lists.value_offset(i), lists.value_length(i));
       ARROW_ASSIGN_OR_RAISE(element, ConvertColumn({slice}, valueType, slice->length()));
     }
     vxSetCell(cell, row, element.release());
@@ -483,7 +515,8 @@ Status FillListCells(const Array& chunk, vxArray* cell, int64_t& row) {
 
 Status FillMapCells(const Array& chunk, vxArray* cell, int64_t& row) {
   const auto& maps = static_cast<const ::arrow::MapArray&>(chunk);
-  const auto& mapType = static_cast<const ::arrow::MapType&>(*maps.type());
+  ARROW_ASSIGN_OR_RAISE(auto keys, PromoteNullableIntegers(maps.keys()));
+  ARROW_ASSIGN_OR_RAISE(auto items, PromoteNullableIntegers(maps.items()));
   for (int64_t i = 0; i < maps.length(); ++i, ++row) {
     unique_array element;
     if (maps.IsNull(i)) {
@@ -491,10 +524,10 @@ Status FillMapCells(const Array& chunk, vxArray* cell, int64_t& row) {
     } else {
       const int64_t start = maps.value_offset(i), size = maps.value_length(i);
       std::vector<unique_array> columns(2);
-      ARROW_ASSIGN_OR_RAISE(
-          columns[0], ConvertColumn({maps.keys()->Slice(start, size)}, *mapType.key_type(), size));
-      ARROW_ASSIGN_OR_RAISE(columns[1], ConvertColumn({maps.items()->Slice(start, size)},
-                                                      *mapType.item_type(), size));
+      ARROW_ASSIGN_OR_RAISE(columns[0],
+                            ConvertColumn({keys->Slice(start, size)}, *keys->type(), size));
+      ARROW_ASSIGN_OR_RAISE(columns[1],
+                            ConvertColumn({items->Slice(start, size)}, *items->type(), size));
       ARROW_ASSIGN_OR_RAISE(element, host::MakeTable({"Key", "Value"}, std::move(columns)));
     }
     vxSetCell(cell, row, element.release());
