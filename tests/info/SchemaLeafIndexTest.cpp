@@ -1,0 +1,150 @@
+// The leaf-index helpers on hand-built manifest trees (shapes Parquet never builds) and on
+// manifests that Parquet builds from Arrow schemas.
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include <arrow/api.h>
+#include <arrow/extension_type.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <parquet/arrow/schema.h>
+#include <parquet/properties.h>
+
+#include "toolbox/vantro/io/parquet/core/common/SchemaLeafIndex.hpp"
+
+namespace {
+
+using parquet::arrow::SchemaField;
+using testing::ElementsAre;
+using vantro::io::parquet::core::common::isSupportedNestedType;
+using vantro::io::parquet::core::common::schema_field_to_all_leaf_indices;
+using vantro::io::parquet::core::common::schema_field_to_leaf_index;
+
+SchemaField leaf(int columnIndex) {
+  SchemaField field;
+  field.field = arrow::field("leaf" + std::to_string(columnIndex), arrow::int32());
+  field.column_index = columnIndex;
+  return field;
+}
+
+SchemaField group(std::vector<SchemaField> children) {
+  SchemaField field;
+  field.field = arrow::field("group", arrow::struct_({}));
+  field.children = std::move(children);
+  return field;
+}
+
+TEST(SchemaLeafIndex, LeafFieldIsItsOwnOnlyLeaf) {
+  EXPECT_EQ(schema_field_to_leaf_index(leaf(7)), 7);
+  EXPECT_THAT(schema_field_to_all_leaf_indices(leaf(7)).value(), ElementsAre(7));
+  EXPECT_EQ(schema_field_to_leaf_index(leaf(0)), 0);
+}
+
+TEST(SchemaLeafIndex, StructOfTwoLeaves) {
+  const SchemaField field = group({leaf(3), leaf(4)});
+  EXPECT_EQ(schema_field_to_leaf_index(field), 3);
+  EXPECT_THAT(schema_field_to_all_leaf_indices(field).value(), ElementsAre(3, 4));
+}
+
+TEST(SchemaLeafIndex, ChildlessNonLeafHasNoLeaf) {
+  EXPECT_EQ(schema_field_to_leaf_index(group({})), std::nullopt);
+  EXPECT_EQ(schema_field_to_all_leaf_indices(group({})), std::nullopt);
+}
+
+TEST(SchemaLeafIndex, OneLeaflessBranchVoidsAllLeavesButNotTheFirstLeaf) {
+  const SchemaField field = group({leaf(3), group({})});
+  EXPECT_EQ(schema_field_to_leaf_index(field), 3);
+  EXPECT_EQ(schema_field_to_all_leaf_indices(field), std::nullopt);
+
+  const SchemaField deep = group({leaf(1), group({leaf(2), group({})})});
+  EXPECT_EQ(schema_field_to_all_leaf_indices(deep), std::nullopt);
+}
+
+TEST(SchemaLeafIndex, OnlyTheFirstChildIsFollowed) {
+  // A first child without leaves hides the leaves of its siblings.
+  EXPECT_EQ(schema_field_to_leaf_index(group({group({}), leaf(5)})), std::nullopt);
+  EXPECT_EQ(schema_field_to_leaf_index(group({group({group({leaf(9)})}), leaf(2)})), 9);
+}
+
+TEST(SchemaLeafIndex, AllLeavesAreDepthFirstInChildOrder) {
+  const SchemaField field = group({group({leaf(1), leaf(2)}), leaf(3), group({group({leaf(4)})})});
+  EXPECT_THAT(schema_field_to_all_leaf_indices(field).value(), ElementsAre(1, 2, 3, 4));
+  // Hand-built trees keep the order they were given; nothing is sorted.
+  EXPECT_THAT(schema_field_to_all_leaf_indices(group({leaf(8), leaf(2)})).value(),
+              ElementsAre(8, 2));
+}
+
+// Builds the manifest Parquet makes for an Arrow schema, as a reader would see it.
+parquet::arrow::SchemaManifest manifestOf(const std::shared_ptr<arrow::Schema>& schema,
+                                          std::shared_ptr<parquet::SchemaDescriptor>* descriptor) {
+  EXPECT_TRUE(parquet::arrow::ToParquetSchema(schema.get(), *parquet::default_writer_properties(),
+                                              *parquet::default_arrow_writer_properties(),
+                                              descriptor)
+                  .ok());
+  parquet::arrow::SchemaManifest manifest;
+  EXPECT_TRUE(parquet::arrow::SchemaManifest::Make(
+                  descriptor->get(), nullptr, parquet::default_arrow_reader_properties(), &manifest)
+                  .ok());
+  return manifest;
+}
+
+TEST(SchemaLeafIndex, ParquetManifestsNumberLeavesInAscendingOrder) {
+  const auto schema = arrow::schema({
+      arrow::field("a", arrow::int32()),
+      arrow::field("s", arrow::struct_({arrow::field("x", arrow::float64()),
+                                        arrow::field("l", arrow::list(arrow::utf8()))})),
+      arrow::field("m", arrow::map(arrow::utf8(), arrow::int64())),
+      arrow::field("z", arrow::boolean()),
+  });
+  std::shared_ptr<parquet::SchemaDescriptor> descriptor;
+  const auto manifest = manifestOf(schema, &descriptor);
+  ASSERT_EQ(manifest.schema_fields.size(), 4u);
+  const auto& fields = manifest.schema_fields;
+
+  EXPECT_EQ(schema_field_to_leaf_index(fields[0]), 0);
+  EXPECT_EQ(schema_field_to_leaf_index(fields[1]), 1);
+  EXPECT_EQ(schema_field_to_leaf_index(fields[2]), 3);
+  EXPECT_EQ(schema_field_to_leaf_index(fields[3]), 5);
+  EXPECT_THAT(schema_field_to_all_leaf_indices(fields[1]).value(), ElementsAre(1, 2));
+  EXPECT_THAT(schema_field_to_all_leaf_indices(fields[2]).value(), ElementsAre(3, 4));
+  EXPECT_EQ(descriptor->Column(4)->path()->ToDotString(), "m.key_value.value");
+}
+
+class UuidLikeType : public arrow::ExtensionType {
+ public:
+  UuidLikeType() : ExtensionType(arrow::fixed_size_binary(16)) {}
+  std::string extension_name() const override { return "test.uuid"; }
+  bool ExtensionEquals(const ExtensionType& other) const override {
+    return other.extension_name() == extension_name();
+  }
+  std::shared_ptr<arrow::Array> MakeArray(std::shared_ptr<arrow::ArrayData> data) const override {
+    return std::make_shared<arrow::ExtensionArray>(data);
+  }
+  arrow::Result<std::shared_ptr<arrow::DataType>> Deserialize(std::shared_ptr<arrow::DataType>,
+                                                              const std::string&) const override {
+    return std::make_shared<UuidLikeType>();
+  }
+  std::string Serialize() const override { return ""; }
+};
+
+TEST(SupportedNestedType, ListsStructsAndMapsOnly) {
+  EXPECT_TRUE(isSupportedNestedType(arrow::list(arrow::int32())));
+  EXPECT_TRUE(isSupportedNestedType(arrow::large_list(arrow::int32())));
+  EXPECT_TRUE(isSupportedNestedType(arrow::struct_({arrow::field("a", arrow::int8())})));
+  EXPECT_TRUE(isSupportedNestedType(arrow::map(arrow::utf8(), arrow::int32())));
+
+  EXPECT_FALSE(isSupportedNestedType(arrow::fixed_size_list(arrow::int32(), 2)));
+  EXPECT_FALSE(isSupportedNestedType(arrow::dictionary(arrow::int8(), arrow::utf8())));
+  EXPECT_FALSE(isSupportedNestedType(arrow::dense_union({arrow::field("a", arrow::int8())})));
+  EXPECT_FALSE(isSupportedNestedType(arrow::sparse_union({arrow::field("a", arrow::int8())})));
+  EXPECT_FALSE(isSupportedNestedType(std::make_shared<UuidLikeType>()));
+  EXPECT_FALSE(isSupportedNestedType(arrow::int64()));
+  EXPECT_FALSE(isSupportedNestedType(arrow::utf8()));
+  EXPECT_FALSE(isSupportedNestedType(arrow::null()));
+  // The highest id Arrow 11 knows, just above LARGE_LIST.
+  EXPECT_FALSE(isSupportedNestedType(arrow::month_day_nano_interval()));
+  EXPECT_FALSE(isSupportedNestedType(arrow::large_binary()));
+}
+
+}  // namespace
