@@ -262,9 +262,23 @@ void ParquetWriter::checkForNestedDictionary(bool rowGrouped) const {
 }
 
 std::shared_ptr<::arrow::Table> ParquetWriter::checkedArrowTable(const vxArray_tag* table) {
-  require(mFile != nullptr, "Writer already closed");
+  // A schema without a file writer means the first write failed to open the file: that
+  // writer is finished, like a closed one.
+  require(mFile != nullptr && (mFileWriter != nullptr || mSchema == nullptr),
+          "Writer already closed");
   validateWriteDimensons(table);
   return buildArrowTable(table);
+}
+
+void ParquetWriter::writeChunk(const ::arrow::Table& table, int64_t chunkSize) {
+  const ::arrow::Status status = mFileWriter->WriteTable(table, chunkSize);
+  if (!status.ok()) {
+    // Parquet's writer has closed itself without a footer, so the output cannot be finished.
+    // Release it while the file is still open (its destructor writes to the file); with no
+    // file writer left, the output is removed when this writer goes.
+    mFileWriter.reset();
+  }
+  throwWriteExceptIfNotOk(status, mFilename);
 }
 
 void ParquetWriter::write(const vxArray_tag* table) {
@@ -272,7 +286,7 @@ void ParquetWriter::write(const vxArray_tag* table) {
   const auto arrowTable = checkedArrowTable(table);
   validateSchema(arrowTable->schema(), /*rowGrouped=*/false);
   // One chunk of the whole table: Parquet caps row groups at the maximum row-group length.
-  throwWriteExceptIfNotOk(mFileWriter->WriteTable(*arrowTable, arrowTable->num_rows()), mFilename);
+  writeChunk(*arrowTable, arrowTable->num_rows());
 }
 
 void ParquetWriter::writeRowGroups(const vxArray_tag* table, const vxArray_tag* rowGroupHeights) {
@@ -288,7 +302,7 @@ void ParquetWriter::writeRowGroups(const vxArray_tag* table, const vxArray_tag* 
     const int64_t height = toRowCount(heights[i]);
     // Arrow aborts on a slice that starts past the end; such a slice is simply empty.
     const auto slice = arrowTable->Slice(std::clamp<int64_t>(offset, 0, numRows), height);
-    throwWriteExceptIfNotOk(mFileWriter->WriteTable(*slice, height), mFilename);
+    writeChunk(*slice, height);
     offset += height;
   }
 }

@@ -69,6 +69,7 @@ class ParquetWriter {
   void require(bool condition, const std::string& message) const;
   std::shared_ptr<::arrow::Table> checkedArrowTable(const vxArray_tag* table);
   void openFileWriter(const std::shared_ptr<::arrow::Schema>& schema);
+  void writeChunk(const ::arrow::Table& table, int64_t chunkSize);
   // Closes, or else removes the unfinished output; never throws.
   void release() noexcept;
 
