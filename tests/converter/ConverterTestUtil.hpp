@@ -59,6 +59,14 @@ inline matrix::unique_array makeHostTable(const std::vector<std::string>& names,
   return matrix::unique_array(table);
 }
 
+// Owned columns moved into a vector (an initializer list would need copies).
+template <typename... Columns>
+std::vector<matrix::unique_array> columnsOf(Columns&&... columns) {
+  std::vector<matrix::unique_array> out;
+  (out.push_back(std::forward<Columns>(columns)), ...);
+  return out;
+}
+
 template <typename T>
 matrix::unique_array numericColumn(vxClassID classID, const std::vector<T>& values) {
   vxArray* column = vxCreateNumericMatrix(values.size(), 1, classID, vxREAL);
