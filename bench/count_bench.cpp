@@ -26,7 +26,8 @@ std::shared_ptr<arrow::Table> smallTable(int64_t rows) {
     ARROW_UNUSED(ids.Append(i));
     ARROW_UNUSED(values.Append(i * 0.5));
   }
-  auto schema = arrow::schema({arrow::field("id", arrow::int64()), arrow::field("v", arrow::float64())});
+  auto schema =
+      arrow::schema({arrow::field("id", arrow::int64()), arrow::field("v", arrow::float64())});
   return arrow::Table::Make(schema, {ids.Finish().ValueOrDie(), values.Finish().ValueOrDie()});
 }
 
@@ -38,7 +39,8 @@ std::vector<std::string> writeFiles(const std::string& folder, int count) {
     auto sink = arrow::io::FileOutputStream::Open(paths.back()).ValueOrDie();
     // 1 to 4 row groups per file.
     const int64_t rowsPerGroup = 400 / (1 + i % 4);
-    ARROW_UNUSED(parquet::arrow::WriteTable(*table, arrow::default_memory_pool(), sink, rowsPerGroup));
+    ARROW_UNUSED(
+        parquet::arrow::WriteTable(*table, arrow::default_memory_pool(), sink, rowsPerGroup));
     ARROW_UNUSED(sink->Close());
   }
   return paths;
@@ -66,10 +68,10 @@ int main(int argc, char** argv) {
   std::printf("files=%d repetitions=%d\n", fileCount, repetitions);
 
   uint64_t checksum = 0;
-  const auto sync = vxbench::measure([&] { checksum += info::getNumRowGroupsSync(files).size(); },
-                                     repetitions);
-  const auto async = vxbench::measure([&] { checksum += info::getNumRowGroupsAsync(files).size(); },
-                                      repetitions);
+  const auto sync =
+      vxbench::measure([&] { checksum += info::getNumRowGroupsSync(files).size(); }, repetitions);
+  const auto async =
+      vxbench::measure([&] { checksum += info::getNumRowGroupsAsync(files).size(); }, repetitions);
   const auto raw = vxbench::measure(
       [&] {
         for (const auto& path : paths) checksum += rawArrowCount(path);

@@ -62,6 +62,7 @@ struct IsDirectory {};
 struct OpenFailed {};
 struct UnknownScheme {};
 struct InvalidIRI {};
+struct WriteFailure {};
 }  // namespace host
 
 using InterruptException = Exception<host::Interrupted>;

@@ -49,6 +49,7 @@ const std::unordered_map<std::string_view, std::string_view>& catalogue() {
       {"VANTRO:vfs:UnknownScheme", "No file system is registered for the scheme '{1}' of '{0}'."},
       {"VANTRO:vfs:InvalidIRI", "'{0}' is not a valid file name or IRI."},
       {"VANTRO:vfs:ReadFailure", "Unable to read from '{0}'."},
+      {"VANTRO:vfs:WriteFailure", "Unable to write to '{0}'. The disk may be full."},
   };
   return texts;
 }

@@ -2,16 +2,26 @@
 
 namespace vfs {
 
-fstream::fstream(std::unique_ptr<std::streambuf> buffer)
-    : std::iostream(buffer.get()), mBuffer(std::move(buffer)) {}
+fstream::fstream(std::unique_ptr<std::streambuf> buffer, bool output)
+    : std::iostream(buffer.get()), mBuffer(std::move(buffer)) {
+  if (output) exceptions(std::ios::badbit);
+}
 
-fstream::~fstream() { close(); }
+fstream::~fstream() {
+  try {
+    close();
+  } catch (...) {
+    // A destructor cannot report a failed final flush; close() is where callers see it.
+  }
+}
 
 void fstream::close() {
   if (!mBuffer) return;
-  mBuffer->pubsync();
+  // Detach first: whatever the final flush raises, the stream ends closed.
+  std::unique_ptr<std::streambuf> buffer = std::move(mBuffer);
+  exceptions(std::ios::goodbit);  // a stream without a buffer is bad by definition
   rdbuf(nullptr);
-  mBuffer.reset();  // a filebuf closes its file here
+  buffer->pubsync();
 }
 
 }  // namespace vfs
@@ -33,7 +43,7 @@ binary_stream::binary_stream(vfs::AbsoluteIRI iri, open_mode mode, StreamProvide
     : mIRI(std::move(iri)),
       mMode(mode),
       mSize(opened.size),
-      mStream(std::make_unique<vfs::fstream>(std::move(opened.buffer))) {}
+      mStream(std::make_unique<vfs::fstream>(std::move(opened.buffer), !isReadMode(mode))) {}
 
 std::unique_ptr<binary_stream> create_binary_stream(const std::u16string& name,
                                                     CleanupFile& cleanup, const open_mode& mode,

@@ -12,9 +12,11 @@
 namespace vfs {
 
 // A host file stream: a standard iostream over the buffer a provider opened, which it owns.
+// Output streams pass the buffer's exceptions on (a failed write raises the host's
+// WriteFailure); input streams turn bad instead, and their readers report it.
 class fstream : public std::iostream {
  public:
-  explicit fstream(std::unique_ptr<std::streambuf> buffer);
+  fstream(std::unique_ptr<std::streambuf> buffer, bool output);
   ~fstream() override;
   // Flushes and releases the buffer (closing the file); the stream is unusable afterwards.
   void close();

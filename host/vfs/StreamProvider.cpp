@@ -48,6 +48,40 @@ Registry& registry() {
                                                     {name, std::string(std::strerror(error))});
 }
 
+// A file buffer whose failed writes raise the host's WriteFailure (a full disk, a lost mount)
+// instead of silently turning the stream bad.
+class CheckedFileBuf : public std::filebuf {
+ public:
+  explicit CheckedFileBuf(std::u16string name) : mName(std::move(name)) {}
+
+ protected:
+  int_type overflow(int_type c) override {
+    const int_type result = std::filebuf::overflow(c);
+    if (traits_type::eq_int_type(result, traits_type::eof()) &&
+        !traits_type::eq_int_type(c, traits_type::eof())) {
+      fail();
+    }
+    return result;
+  }
+  std::streamsize xsputn(const char* data, std::streamsize count) override {
+    const std::streamsize written = std::filebuf::xsputn(data, count);
+    if (written != count) fail();
+    return written;
+  }
+  int sync() override {
+    const int result = std::filebuf::sync();
+    if (result != 0) fail();
+    return result;
+  }
+
+ private:
+  [[noreturn]] void fail() const {
+    throw except::Exception<except::host::WriteFailure>(except::kVfsComponent, "WriteFailure",
+                                                        {mName});
+  }
+  std::u16string mName;
+};
+
 }  // namespace
 
 void registerProvider(const std::u16string& scheme, std::shared_ptr<StreamProvider> provider) {
@@ -78,7 +112,8 @@ std::shared_ptr<StreamProvider> providerFor(const vfs::AbsoluteIRI& iri) {
 StreamProvider::Opened LocalFileProvider::openPath(const std::u16string& displayName,
                                                    const std::string& path, open_mode mode) {
   Opened opened;
-  auto buffer = std::make_unique<std::filebuf>();
+  auto buffer = isReadMode(mode) ? std::make_unique<std::filebuf>()
+                                 : std::make_unique<CheckedFileBuf>(displayName);
   if (isReadMode(mode)) {
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0) throwOpenFailed(displayName, errno);

@@ -35,8 +35,7 @@ TEST(ReadableWritableFile, ZeroByteReadIsAnEmptyBuffer) {
 
 TEST(ReadableWritableFile, SizeIsTheSizeAtOpenWhileWriting) {
   vxtest::TempDir dir;
-  auto file = common::makeWritableFilePtr(dir.ufile("out"),
-                                          virtualiostream::CleanupPolicy::keep);
+  auto file = common::makeWritableFilePtr(dir.ufile("out"), virtualiostream::CleanupPolicy::keep);
   ASSERT_TRUE(file->Write("hello", 5).ok());
   ASSERT_TRUE(file->WriteAt(0, "J", 1).ok());
   EXPECT_EQ(file->GetSize().ValueOrDie(), 0);
@@ -49,7 +48,8 @@ TEST(ReadableWritableFile, SizeIsTheSizeAtOpenWhileWriting) {
 TEST(ReadableWritableFile, CleanupFollowsThePolicyGivenAtOpen) {
   vxtest::TempDir dir;
   {
-    auto kept = common::makeWritableFilePtr(dir.ufile("kept"), virtualiostream::CleanupPolicy::keep);
+    auto kept =
+        common::makeWritableFilePtr(dir.ufile("kept"), virtualiostream::CleanupPolicy::keep);
     auto removed = common::makeWritableFilePtr(dir.ufile("removed"),
                                                virtualiostream::CleanupPolicy::removeUnfinished);
     ASSERT_TRUE(kept->Close().ok());

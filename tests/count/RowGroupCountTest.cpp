@@ -39,8 +39,8 @@ TEST_P(RowGroupCount, CountsEachFileInInputOrder) {
   std::vector<std::u16string> files;
   std::vector<uint64_t> expected;
   for (int groups : {3, 1, 7, 2, 5, 1}) {
-    files.push_back(u16(vxtest::writeSimpleFile(dir, "f" + std::to_string(files.size()),
-                                                groups * 10, 10)));
+    files.push_back(
+        u16(vxtest::writeSimpleFile(dir, "f" + std::to_string(files.size()), groups * 10, 10)));
     expected.push_back(groups);
   }
   files.push_back(files[2]);  // the same file twice counts twice
@@ -50,8 +50,7 @@ TEST_P(RowGroupCount, CountsEachFileInInputOrder) {
 
 TEST_P(RowGroupCount, EmptyListAndSingleFile) {
   EXPECT_TRUE(count({}).empty());
-  EXPECT_EQ(count({u16(vxtest::writeSimpleFile(dir, "one", 5, 100))}),
-            std::vector<uint64_t>{1});
+  EXPECT_EQ(count({u16(vxtest::writeSimpleFile(dir, "one", 5, 100))}), std::vector<uint64_t>{1});
 }
 
 TEST_P(RowGroupCount, FileWithoutRowGroupsCountsZero) {
@@ -66,8 +65,8 @@ TEST_P(RowGroupCount, ANonParquetFileInTheMiddleEndsTheCallWithItsName) {
   }
   vxtest::writeBytes(dir.file("text.txt"), "this is not a parquet file, just some text\n");
   files[2] = dir.ufile("text.txt");
-  const auto args = vxtest::expectHostError([&] { count(files); },
-                                            "VANTRO:parquetio:read:InternalInvalidRead");
+  const auto args =
+      vxtest::expectHostError([&] { count(files); }, "VANTRO:parquetio:read:InternalInvalidRead");
   ASSERT_TRUE(args);
   EXPECT_EQ(std::get<std::u16string>(args->at(0)), dir.ufile("text.txt"));
   EXPECT_NE(vxtest::u8(std::get<std::u16string>(args->at(1))).find("magic"), std::string::npos);
@@ -84,8 +83,7 @@ TEST_P(RowGroupCount, BadInputGivesHostErrors) {
                           "VANTRO:parquetio:read:InternalInvalidRead");
   vxtest::expectHostError([&] { count({dir.ufile("cut")}); },
                           "VANTRO:parquetio:read:InternalInvalidRead");
-  vxtest::expectHostError([&] { count({u"s3://bucket/key.parquet"}); },
-                          "VANTRO:vfs:UnknownScheme");
+  vxtest::expectHostError([&] { count({u"s3://bucket/key.parquet"}); }, "VANTRO:vfs:UnknownScheme");
 }
 
 TEST_P(RowGroupCount, FileIRIsAndRegisteredSchemesCountLikePaths) {

@@ -14,9 +14,11 @@ TEST(Unicode, RoundTripsEveryPlane) {
 }
 
 TEST(Unicode, InvalidUtf8BecomesReplacementCharacters) {
-  EXPECT_EQ(utf8_to_ustring("a\xFF" "b"), u"a\uFFFDb");
-  EXPECT_EQ(utf8_to_ustring("\xC3"), u"\uFFFD");                 // truncated at the end
-  EXPECT_EQ(utf8_to_ustring("\xC0\xAF"), u"\uFFFD\uFFFD");       // overlong slash
+  EXPECT_EQ(utf8_to_ustring("a\xFF"
+                            "b"),
+            u"a\uFFFDb");
+  EXPECT_EQ(utf8_to_ustring("\xC3"), u"\uFFFD");                      // truncated at the end
+  EXPECT_EQ(utf8_to_ustring("\xC0\xAF"), u"\uFFFD\uFFFD");            // overlong slash
   EXPECT_EQ(utf8_to_ustring("\xED\xA0\x80"), u"\uFFFD\uFFFD\uFFFD");  // encoded surrogate
   EXPECT_EQ(utf8_to_ustring("\xF4\x90\x80\x80"), u"\uFFFD\uFFFD\uFFFD\uFFFD");  // > U+10FFFF
   EXPECT_EQ(utf8_to_ustring("\xE2\x82x"), u"\uFFFDx");  // a bad continuation is not swallowed
@@ -24,7 +26,9 @@ TEST(Unicode, InvalidUtf8BecomesReplacementCharacters) {
 
 TEST(Unicode, LoneSurrogatesBecomeReplacementCharacters) {
   const std::u16string lone = {u'a', 0xD800, u'b', 0xDC00};
-  EXPECT_EQ(ustring_to_utf8(lone), "a\xEF\xBF\xBD" "b\xEF\xBF\xBD");
+  EXPECT_EQ(ustring_to_utf8(lone),
+            "a\xEF\xBF\xBD"
+            "b\xEF\xBF\xBD");
 }
 
 TEST(Unicode, EmbeddedNulsAndNullPointers) {

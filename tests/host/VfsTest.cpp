@@ -21,8 +21,9 @@ TEST(AbsoluteIRI, LocalPathsAreFileIRIsMadeAbsolute) {
 }
 
 TEST(AbsoluteIRI, FileSchemeInAnyCaseWithPercentEncoding) {
-  for (const std::u16string text : {u"file:///tmp/caf%C3%A9.parquet", u"FILE:///tmp/caf%C3%A9.parquet",
-                                    u"File://localhost/tmp/caf%C3%A9.parquet"}) {
+  for (const std::u16string text :
+       {u"file:///tmp/caf%C3%A9.parquet", u"FILE:///tmp/caf%C3%A9.parquet",
+        u"File://localhost/tmp/caf%C3%A9.parquet"}) {
     const vfs::AbsoluteIRI iri(text);
     EXPECT_TRUE(iri.isFile()) << vxtest::u8(text);
     EXPECT_EQ(vfs::fromAbsoluteIRI(iri), u"/tmp/caf\u00e9.parquet") << vxtest::u8(text);
@@ -84,6 +85,7 @@ TEST(BinaryStream, RegisteredSchemesOpenThroughTheirProvider) {
   }
   vis::registerProvider(u"mem", nullptr);
   vis::CleanupFile cleanup(vis::open_mode::read, vis::CleanupPolicy::keep);
-  EXPECT_THROW(vis::create_binary_stream(u"mem://host/data.bin", cleanup, vis::open_mode::read, true),
-               foundation::core::except::IMsgIDException);
+  EXPECT_THROW(
+      vis::create_binary_stream(u"mem://host/data.bin", cleanup, vis::open_mode::read, true),
+      foundation::core::except::IMsgIDException);
 }
