@@ -89,8 +89,8 @@ void validateFilterableVariableType(const std::vector<int>& indices,
     const auto& type = field->type();
     if (isFilterableType(type->id())) continue;
 
-    logDetail("Variable ", field->name(), " has an unsupported type for filtering: ",
-              type->ToString());
+    logDetail("Variable ", field->name(),
+              " has an unsupported type for filtering: ", type->ToString());
     if (auto hostType = vantro::io::arrow::core::to_vantro_datatype(type)) {
       raise<UnsupportedRowFilterVariable>(field->name(), *hostType);
     }
