@@ -1,0 +1,444 @@
+#include "host/converter/Display.hpp"
+
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <sstream>
+#include <vector>
+
+#include "host/converter/HostValues.hpp"
+
+namespace vantro::io::arrow::core::display {
+namespace {
+
+constexpr const char* kMissingText = "<missing>";
+
+std::string FormatDouble(double value) {
+  if (std::isnan(value)) return "NaN";
+  if (std::isinf(value)) return value > 0 ? "Inf" : "-Inf";
+  char text[32];
+  std::snprintf(text, sizeof text, "%.15g", value);
+  return text;
+}
+
+// The element of a numeric array as text; 64-bit integers print exactly.
+std::string NumericText(const vxArray* array, size_t i) {
+  const void* data = vxGetData(array);
+  switch (vxGetClassID(array)) {
+    case vxDOUBLE_CLASS:
+      return FormatDouble(static_cast<const double*>(data)[i]);
+    case vxSINGLE_CLASS:
+      return FormatDouble(static_cast<const float*>(data)[i]);
+    case vxINT8_CLASS:
+      return std::to_string(static_cast<const int8_t*>(data)[i]);
+    case vxUINT8_CLASS:
+      return std::to_string(static_cast<const uint8_t*>(data)[i]);
+    case vxINT16_CLASS:
+      return std::to_string(static_cast<const int16_t*>(data)[i]);
+    case vxUINT16_CLASS:
+      return std::to_string(static_cast<const uint16_t*>(data)[i]);
+    case vxINT32_CLASS:
+      return std::to_string(static_cast<const int32_t*>(data)[i]);
+    case vxUINT32_CLASS:
+      return std::to_string(static_cast<const uint32_t*>(data)[i]);
+    case vxINT64_CLASS:
+      return std::to_string(static_cast<const int64_t*>(data)[i]);
+    case vxUINT64_CLASS:
+      return std::to_string(static_cast<const uint64_t*>(data)[i]);
+    case vxLOGICAL_CLASS:
+      return static_cast<const vxLogical*>(data)[i] ? "true" : "false";
+    default:
+      return "?";
+  }
+}
+
+bool IsNumericOrLogical(const vxArray* value) {
+  const vxClassID id = vxGetClassID(value);
+  return (id >= vxDOUBLE_CLASS && id <= vxUINT64_CLASS) || id == vxLOGICAL_CLASS;
+}
+
+bool IsMissing(const vxArray* object, size_t row) {
+  const vxArray* missing = vxGetField(object, 0, host::kMissing);
+  return missing != nullptr && vxGetClassID(missing) == vxLOGICAL_CLASS &&
+         row < vxGetNumberOfElements(missing) && vxGetLogicals(missing)[row];
+}
+
+std::string StringRow(const vxArray* strings, size_t row) {
+  const vxArray* data = vxGetField(strings, 0, host::kData);
+  const vxArray* offsets = vxGetField(strings, 0, host::kOffsets);
+  if (data == nullptr || offsets == nullptr) return "?";
+  const auto* offset = static_cast<const uint64_t*>(vxGetData(offsets));
+  matrix::unique_array slice(
+      vxCreateStringFromUTF16(vxGetChars(data) + offset[row], offset[row + 1] - offset[row]));
+  return host::TextOf(slice.get());
+}
+
+// Civil date from days since 1970-01-01 (proleptic Gregorian; H. Hinnant's algorithm).
+void CivilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day) {
+  days += 719468;
+  const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
+  const auto doe = static_cast<unsigned>(days - era * 146097);
+  const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+  const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+  const unsigned mp = (5 * doy + 2) / 153;
+  day = doy - (153 * mp + 2) / 5 + 1;
+  month = mp < 10 ? mp + 3 : mp - 9;
+  year = static_cast<int64_t>(yoe) + era * 400 + (month <= 2 ? 1 : 0);
+}
+
+struct UnitScale {
+  int64_t perSecond;
+  int digits;
+};
+
+UnitScale ScaleOf(const std::string& unit) {
+  if (unit == "ms") return {1000, 3};
+  if (unit == "us") return {1000000, 6};
+  if (unit == "ns") return {1000000000, 9};
+  return {1, 0};
+}
+
+// Splits ticks into whole seconds and the fraction, flooring so that times before 1970 work.
+void SplitTicks(int64_t ticks, int64_t perSecond, int64_t& seconds, int64_t& fraction) {
+  seconds = ticks / perSecond;
+  fraction = ticks % perSecond;
+  if (fraction < 0) {
+    fraction += perSecond;
+    seconds -= 1;
+  }
+}
+
+std::string ClockText(int64_t secondsOfDay, int64_t fraction, int digits) {
+  char text[48];
+  std::snprintf(text, sizeof text, "%02" PRId64 ":%02" PRId64 ":%02" PRId64, secondsOfDay / 3600,
+                secondsOfDay / 60 % 60, secondsOfDay % 60);
+  std::string out = text;
+  if (digits > 0) {
+    std::snprintf(text, sizeof text, ".%0*" PRId64, digits, fraction);
+    out += text;
+  }
+  return out;
+}
+
+std::string DatetimeRow(const vxArray* object, size_t row) {
+  const int64_t ticks =
+      static_cast<const int64_t*>(vxGetData(vxGetField(object, 0, host::kTicks)))[row];
+  const std::string unit = host::TextField(object, host::kUnit);
+  int64_t days = ticks, seconds = 0, fraction = 0;
+  const UnitScale scale = ScaleOf(unit);
+  if (unit != "day") {
+    SplitTicks(ticks, scale.perSecond, seconds, fraction);
+    days = seconds >= 0 ? seconds / 86400 : (seconds - 86399) / 86400;
+    seconds -= days * 86400;
+  }
+  int64_t year;
+  unsigned month, day;
+  CivilFromDays(days, year, month, day);
+  char date[40];
+  std::snprintf(date, sizeof date, "%04" PRId64 "-%02u-%02u", year, month, day);
+  const std::string kind = host::TextField(object, host::kKind);
+  if (kind == "date32" || kind == "date64" || unit == "day") return date;
+  std::string out = std::string(date) + "T" + ClockText(seconds, fraction, scale.digits);
+  const std::string zone = host::TextField(object, host::kTimeZone);
+  if (zone == "UTC" || zone == "Z" || zone == "+00:00") return out + "Z";
+  return zone.empty() ? out : out + "Z[" + zone + "]";
+}
+
+std::string DurationRow(const vxArray* object, size_t row) {
+  const int64_t ticks =
+      static_cast<const int64_t*>(vxGetData(vxGetField(object, 0, host::kTicks)))[row];
+  const std::string unit = host::TextField(object, host::kUnit);
+  const std::string kind = host::TextField(object, host::kKind);
+  if (kind == "time32" || kind == "time64") {
+    const UnitScale scale = ScaleOf(unit);
+    int64_t seconds, fraction;
+    SplitTicks(ticks, scale.perSecond, seconds, fraction);
+    return ClockText(seconds, fraction, scale.digits);
+  }
+  return std::to_string(ticks) + " " + unit;
+}
+
+std::string CategoricalRow(const vxArray* object, size_t row) {
+  const vxArray* codes = vxGetField(object, 0, host::kCodes);
+  const vxArray* categories = vxGetField(object, 0, host::kCategories);
+  const std::string code = NumericText(codes, row);
+  return StringRow(categories, std::stoull(code));
+}
+
+std::string Size(const vxArray* value) {
+  return std::to_string(vxGetM(value)) + "x" + std::to_string(vxGetN(value));
+}
+
+// Rows of the table's columns as they appear in a printed table.
+size_t TableRows(const vxArray* table);
+
+std::string Summary(const vxArray* value) {
+  if (value == nullptr) return "[]";
+  if (host::IsObject(value, host::kTable)) {
+    return "{" + std::to_string(TableRows(value)) + "x" +
+           std::to_string(vxGetNumberOfElements(vxGetField(value, 0, host::kNames))) + " table}";
+  }
+  if (vxGetClassID(value) == vxCHAR_CLASS && vxGetM(value) <= 1) {
+    return "'" + host::TextOf(value) + "'";
+  }
+  if (IsNumericOrLogical(value) && vxGetNumberOfElements(value) == 1 && !vxIsComplex(value)) {
+    return NumericText(value, 0);
+  }
+  if (IsNumericOrLogical(value) && vxIsEmpty(value)) return "[]";
+  return "[" + Size(value) + " " + HostTypeName(value) + "]";
+}
+
+// One row of a column as shown in a table; "<missing>" at a null.
+std::string RowText(const vxArray* column, size_t row) {
+  if (column == nullptr) return "?";
+  if (IsNumericOrLogical(column)) return NumericText(column, row);
+  if (vxGetClassID(column) == vxCELL_CLASS) return Summary(vxGetCell(column, row));
+  if (vxGetClassID(column) == vxCHAR_CLASS) {
+    std::u16string text;
+    for (size_t c = 0; c < vxGetN(column); ++c) {
+      text.push_back(vxGetChars(column)[row + c * vxGetM(column)]);
+    }
+    auto owned = matrix::fromUString(text);
+    return host::TextOf(owned.get());
+  }
+  if (IsMissing(column, row)) return kMissingText;
+  if (host::IsObject(column, host::kString)) return "\"" + StringRow(column, row) + "\"";
+  if (host::IsObject(column, host::kDatetime)) return DatetimeRow(column, row);
+  if (host::IsObject(column, host::kDuration)) return DurationRow(column, row);
+  if (host::IsObject(column, host::kCategorical)) return CategoricalRow(column, row);
+  if (host::IsObject(column, host::kTable)) {
+    const vxArray* columns = vxGetField(column, 0, host::kColumns);
+    std::string out = "{";
+    for (size_t i = 0; i < vxGetNumberOfElements(columns); ++i) {
+      out += (i ? ", " : "") + RowText(vxGetCell(columns, i), row);
+    }
+    return out + "}";
+  }
+  return "?";
+}
+
+size_t ColumnRows(const vxArray* column) {
+  if (column == nullptr) return 0;
+  if (host::IsObject(column, host::kString)) {
+    return vxGetNumberOfElements(vxGetField(column, 0, host::kOffsets)) - 1;
+  }
+  if (host::IsObject(column, host::kDatetime) || host::IsObject(column, host::kDuration)) {
+    return vxGetNumberOfElements(vxGetField(column, 0, host::kTicks));
+  }
+  if (host::IsObject(column, host::kCategorical)) {
+    return vxGetNumberOfElements(vxGetField(column, 0, host::kCodes));
+  }
+  if (host::IsObject(column, host::kTable)) return TableRows(column);
+  return vxGetM(column);
+}
+
+size_t TableRows(const vxArray* table) {
+  const vxArray* columns = vxGetField(table, 0, host::kColumns);
+  return columns != nullptr && vxGetNumberOfElements(columns) > 0
+             ? ColumnRows(vxGetCell(columns, 0))
+             : 0;
+}
+
+std::vector<std::string> NamesOf(const vxArray* table) {
+  const vxArray* names = vxGetField(table, 0, host::kNames);
+  std::vector<std::string> out;
+  for (size_t i = 0; names && i < vxGetNumberOfElements(names); ++i) {
+    out.push_back(host::TextOf(vxGetCell(names, i)));
+  }
+  return out;
+}
+
+std::string DisplayTable(const vxArray* table, const DisplayOptions& options) {
+  const std::vector<std::string> names = NamesOf(table);
+  const vxArray* columns = vxGetField(table, 0, host::kColumns);
+  const size_t rows = TableRows(table);
+  std::vector<size_t> shown;
+  const bool elided = rows > options.headRows + options.tailRows;
+  for (size_t r = 0; r < rows; ++r) {
+    if (!elided || r < options.headRows || r >= rows - options.tailRows) shown.push_back(r);
+  }
+  // Grid of texts: header, type line, then the shown rows; columns padded to their widest.
+  std::vector<std::vector<std::string>> grid(names.size());
+  for (size_t c = 0; c < names.size(); ++c) {
+    const vxArray* column = vxGetCell(columns, c);
+    grid[c].push_back(names[c]);
+    grid[c].push_back(HostTypeName(column));
+    for (size_t r : shown) grid[c].push_back(RowText(column, r));
+  }
+  std::ostringstream out;
+  out << rows << "x" << names.size() << " table\n";
+  if (names.empty()) return out.str();
+  const auto printLine = [&](size_t line) {
+    out << "   ";
+    for (size_t c = 0; c < grid.size(); ++c) {
+      size_t width = 0;
+      for (const auto& cell : grid[c]) width = std::max(width, cell.size());
+      const std::string& text = grid[c][line];
+      out << "  " << text << std::string(width - text.size(), ' ');
+    }
+    out << "\n";
+  };
+  printLine(0);
+  printLine(1);
+  for (size_t i = 0; i < shown.size(); ++i) {
+    if (elided && i == options.headRows) out << "    ...\n";
+    out << "   " << (shown[i] + 1);
+    printLine(i + 2);
+  }
+  return out.str();
+}
+
+// ---- JSON ------------------------------------------------------------------------------
+
+std::string JsonString(const std::string& text) {
+  std::string out = "\"";
+  for (const unsigned char c : text) {
+    switch (c) {
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      default:
+        if (c < 0x20) {
+          char escaped[8];
+          std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+          out += escaped;
+        } else {
+          out.push_back(static_cast<char>(c));
+        }
+    }
+  }
+  return out + "\"";
+}
+
+std::string JsonNumber(const vxArray* array, size_t i) {
+  const std::string text = NumericText(array, i);
+  if (text == "NaN" || text == "Inf" || text == "-Inf") return "null";
+  return text;
+}
+
+std::string JsonRow(const vxArray* column, size_t row) {
+  if (IsNumericOrLogical(column)) return JsonNumber(column, row);
+  if (vxGetClassID(column) == vxCELL_CLASS) {
+    const vxArray* element = vxGetCell(column, row);
+    return host::IsNullElement(element) ? "null" : ToJson(element);
+  }
+  if (vxGetClassID(column) != vxCHAR_CLASS && IsMissing(column, row)) return "null";
+  if (host::IsObject(column, host::kString)) return JsonString(StringRow(column, row));
+  if (host::IsObject(column, host::kTable)) {
+    const std::vector<std::string> names = NamesOf(column);
+    const vxArray* columns = vxGetField(column, 0, host::kColumns);
+    std::string out = "{";
+    for (size_t i = 0; i < names.size(); ++i) {
+      out += (i ? "," : "") + JsonString(names[i]) + ":" + JsonRow(vxGetCell(columns, i), row);
+    }
+    return out + "}";
+  }
+  return JsonString(RowText(column, row));
+}
+
+std::string JsonTable(const vxArray* table) {
+  const std::vector<std::string> names = NamesOf(table);
+  const vxArray* columns = vxGetField(table, 0, host::kColumns);
+  const size_t rows = TableRows(table);
+  std::string out = "{\"variables\":[";
+  for (size_t c = 0; c < names.size(); ++c) {
+    out += (c ? "," : "") + std::string("{\"name\":") + JsonString(names[c]) +
+           ",\"type\":" + JsonString(HostTypeName(vxGetCell(columns, c))) + "}";
+  }
+  out += "],\"rows\":" + std::to_string(rows) + ",\"columns\":{";
+  for (size_t c = 0; c < names.size(); ++c) {
+    out += (c ? "," : "") + JsonString(names[c]) + ":[";
+    for (size_t r = 0; r < rows; ++r) out += (r ? "," : "") + JsonRow(vxGetCell(columns, c), r);
+    out += "]";
+  }
+  return out + "}}";
+}
+
+}  // namespace
+
+std::string HostTypeName(const vxArray* value) {
+  if (value == nullptr) return "empty";
+  return vxGetClassName(value);
+}
+
+std::string DisplayValue(const vxArray* value, const DisplayOptions& options) {
+  if (value == nullptr) return "[]\n";
+  if (host::IsTable(value)) return DisplayTable(value, options);
+  const bool column = vxGetClassID(value) == vxOBJECT_CLASS && vxGetNumberOfElements(value) == 1;
+  if (column && !host::IsObject(value, host::kTable)) {
+    // A column object: its rows one per line.
+    const size_t rows = ColumnRows(value);
+    std::ostringstream out;
+    out << rows << "x1 " << HostTypeName(value) << "\n";
+    for (size_t r = 0; r < rows && r < options.headRows + options.tailRows; ++r) {
+      out << "    " << RowText(value, r) << "\n";
+    }
+    if (rows > options.headRows + options.tailRows) out << "    ...\n";
+    return out.str();
+  }
+  if (IsNumericOrLogical(value) && vxGetNumberOfElements(value) > 1 && vxGetN(value) == 1) {
+    std::string out = Size(value) + " " + HostTypeName(value) + "\n";
+    for (size_t r = 0; r < vxGetM(value); ++r) out += "    " + NumericText(value, r) + "\n";
+    return out;
+  }
+  if (vxGetClassID(value) == vxCELL_CLASS) {
+    std::string out = Size(value) + " cell\n";
+    for (size_t i = 0; i < vxGetNumberOfElements(value); ++i) {
+      out += "    " + Summary(vxGetCell(value, i)) + "\n";
+    }
+    return out;
+  }
+  return Summary(value) + "\n";
+}
+
+std::string ToJson(const vxArray* value) {
+  if (value == nullptr) return "null";
+  if (host::IsTable(value)) return JsonTable(value);
+  const vxClassID id = vxGetClassID(value);
+  if (id == vxCHAR_CLASS) return JsonString(host::TextOf(value));
+  if (IsNumericOrLogical(value) && !vxIsComplex(value)) {
+    if (vxGetNumberOfElements(value) == 1) return JsonNumber(value, 0);
+    std::string out = "[";
+    for (size_t i = 0; i < vxGetNumberOfElements(value); ++i) {
+      out += (i ? "," : "") + JsonNumber(value, i);
+    }
+    return out + "]";
+  }
+  if (id == vxCELL_CLASS) {
+    std::string out = "[";
+    for (size_t i = 0; i < vxGetNumberOfElements(value); ++i) {
+      out += (i ? "," : "") + ToJson(vxGetCell(value, i));
+    }
+    return out + "]";
+  }
+  if (id == vxOBJECT_CLASS && vxGetNumberOfElements(value) == 1 &&
+      !host::IsObject(value, host::kTable)) {
+    std::string out = "[";
+    for (size_t r = 0; r < ColumnRows(value); ++r) out += (r ? "," : "") + JsonRow(value, r);
+    return out + "]";
+  }
+  if (id == vxSTRUCT_CLASS || id == vxOBJECT_CLASS) {
+    std::string out = "{";
+    for (int f = 0; f < vxGetNumberOfFields(value); ++f) {
+      const char* name = vxGetFieldNameByNumber(value, f);
+      out += (f ? "," : "") + JsonString(name) + ":" + ToJson(vxGetField(value, 0, name));
+    }
+    return out + "}";
+  }
+  return "null";
+}
+
+}  // namespace vantro::io::arrow::core::display
