@@ -1,0 +1,120 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/TestSupport.hpp"
+#include "tests/write/WriteTestUtil.hpp"
+
+namespace {
+
+using vxtest::runVxparquet;
+using namespace vxtest::write;
+
+class WriteCommand : public ::testing::Test {
+ protected:
+  void SetUp() override { vxtest::writeBytes(csv, "id,x,name\n1,2.5,ab\n2,,cd\n3,4.5,ab\n"); }
+
+  std::shared_ptr<parquet::ColumnChunkMetaData> chunk(int rowGroup, int column) const {
+    return footer(out)->RowGroup(rowGroup)->ColumnChunk(column);
+  }
+
+  vxtest::TempDir dir;
+  std::string csv = dir.file("in.csv");
+  std::string out = dir.file("out.parquet");
+};
+
+TEST_F(WriteCommand, WritesACsvTableAndSummarises) {
+  const auto result = runVxparquet("write " + out + " --from " + csv);
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_EQ(result.out, "wrote " + out + ": 3 rows, 1 row groups, 3 variables\n");
+  const auto table = readBack(out);
+  EXPECT_EQ(table->schema()->field_names(), (std::vector<std::string>{"id", "x", "name"}));
+  EXPECT_EQ(table->num_rows(), 3);
+  EXPECT_EQ(table->column(1)->null_count(), 1);
+  for (int column = 0; column < 3; ++column) {
+    EXPECT_EQ(chunk(0, column)->compression(), arrow::Compression::SNAPPY);
+  }
+}
+
+TEST_F(WriteCommand, OneCompressionAndEncodingForEveryVariable) {
+  const auto result =
+      runVxparquet("write " + out + " --from " + csv + " --compression zstd --encoding plain");
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  for (int column = 0; column < 3; ++column) {
+    EXPECT_EQ(chunk(0, column)->compression(), arrow::Compression::ZSTD) << column;
+    EXPECT_FALSE(chunk(0, column)->has_dictionary_page()) << column;
+  }
+}
+
+TEST_F(WriteCommand, RowGroupOptions) {
+  auto result = runVxparquet("write " + out + " --from " + csv + " --row-group-heights 2,1");
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_EQ(rowGroupHeights(out), (std::vector<int64_t>{2, 1}));
+
+  result = runVxparquet("write " + out + " --from " + csv + " --max-row-group-length 2");
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_EQ(rowGroupHeights(out), (std::vector<int64_t>{2, 1}));
+  EXPECT_NE(result.out.find("3 rows, 2 row groups"), std::string::npos) << result.out;
+}
+
+TEST_F(WriteCommand, VersionOption) {
+  const auto result = runVxparquet("write " + out + " --from " + csv + " --version 1.0");
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_EQ(footer(out)->version(), parquet::ParquetVersion::PARQUET_1_0);
+}
+
+TEST_F(WriteCommand, ParquetInputWithNestedVariables) {
+  const auto pointType =
+      arrow::struct_({arrow::field("x", arrow::float64()), arrow::field("y", arrow::utf8())});
+  const auto input =
+      makeTable({arrow::field("a", arrow::list(arrow::int64())), arrow::field("s", pointType),
+                 arrow::field("d", arrow::float64())},
+                {vxtest::arrayFromJSON(arrow::list(arrow::int64()), "[[1, 2], [], [3]]"),
+                 vxtest::arrayFromJSON(pointType, R"([{"x": 1, "y": "p"}, {"x": 2, "y": null},
+                                             {"x": null, "y": "p"}])"),
+                 vxtest::arrayFromJSON(arrow::float64(), "[1, 2, 3]")});
+  const std::string in = dir.file("nested.parquet");
+  vxtest::writeParquet(in, input, 2);
+
+  const auto result = runVxparquet("write " + out + " --from " + in +
+                                   " --compression-per-variable a=zstd,s=gzip"
+                                   " --encoding-per-variable s=plain");
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_EQ(leafPaths(out), (std::vector<std::string>{"a.list.element", "s.x", "s.y", "d"}));
+  const std::vector<arrow::Compression::type> codecs = {
+      arrow::Compression::ZSTD, arrow::Compression::GZIP, arrow::Compression::GZIP,
+      arrow::Compression::SNAPPY};
+  const std::vector<bool> dictionaries = {true, false, false, true};
+  for (int column = 0; column < 4; ++column) {
+    EXPECT_EQ(chunk(0, column)->compression(), codecs[column]) << column;
+    EXPECT_EQ(chunk(0, column)->has_dictionary_page(), dictionaries[column]) << column;
+  }
+  // The whole input is one table for the writer, whatever its row groups were.
+  EXPECT_EQ(rowGroupHeights(out), (std::vector<int64_t>{3}));
+  EXPECT_TRUE(readBack(out)->Equals(*input)) << readBack(out)->ToString();
+}
+
+TEST_F(WriteCommand, LibraryErrorsLeaveNoOutput) {
+  auto result = runVxparquet("write " + out + " --from " + csv + " --compression Zstd");
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.err.find("VANTRO:parquetio:write:InvalidOption"), std::string::npos)
+      << result.err;
+  EXPECT_FALSE(vxtest::fileExists(out));
+
+  result = runVxparquet("write " + out + " --from " + csv + " --version 3");
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.err.find("VANTRO:parquetio:write:InvalidOption"), std::string::npos);
+  EXPECT_FALSE(vxtest::fileExists(out));
+}
+
+TEST_F(WriteCommand, UsageErrors) {
+  for (const std::string& arguments :
+       {"write " + out, "write --from " + csv,
+        "write " + out + " --from " + csv + " --compression-per-variable nope=zstd",
+        "write " + out + " --from " + csv + " --compression zstd --compression-per-variable id=lz4",
+        "write " + out + " --from " + csv + " --row-group-heights 1,x"}) {
+    const auto result = runVxparquet(arguments);
+    EXPECT_EQ(result.exitCode, 2) << arguments;
+    EXPECT_FALSE(vxtest::fileExists(out)) << arguments;
+  }
+}
+
+}  // namespace
