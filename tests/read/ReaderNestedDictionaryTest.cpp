@@ -113,3 +113,35 @@ TEST(NestedDictionaryStructTest, DictionaryInsideAStructIsRefusedToo) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(UnsupportedTypeTest, TypesTheHostLacksAreNamedInTheError) {
+  vxtest::TempDir dir;
+  auto type = arrow::fixed_size_list(arrow::int32(), 2);
+  auto table = arrow::Table::Make(
+      arrow::schema({arrow::field("id", arrow::int64()), arrow::field("pairs", type)}),
+      {vxtest::arrayFromJSON(arrow::int64(), "[1, 2]"),
+       vxtest::arrayFromJSON(type, "[[1, 2], [3, 4]]")});
+  const std::string path = dir.file("fixed.parquet");
+  vxtest::writeParquet(path, table, 1, parquet::default_writer_properties(),
+                       vxtest::read::storeSchema());
+
+  // One row group: Arrow reads it, the converter refuses the column.
+  RowGroupParquetReader reader(u16(path), {1, 2});
+  auto arguments = vxtest::expectHostError(
+      [&] { reader.read(); }, "VANTRO:parquetio:read:InternalUnsupportedParquetType");
+  ASSERT_TRUE(arguments);
+  EXPECT_EQ(std::get<std::u16string>((*arguments)[0]), u"pairs");
+
+  // Several row groups: refused up front by the nested-type check.
+  arguments = vxtest::expectHostError(
+      [&] { reader.readFullFile(); }, "VANTRO:parquetio:read:InternalUnsupportedParquetType");
+  ASSERT_TRUE(arguments);
+  EXPECT_EQ(std::get<std::u16string>((*arguments)[0]), u"pairs");
+
+  reader.setSelectedVariableNames({u"id"});
+  EXPECT_EQ(tableRows(reader.readFullFile().get()), 2u);
+}
+
+}  // namespace
