@@ -375,6 +375,17 @@ TEST_F(ParquetInfoFailure, TruncatedFooter) {
   expectInvalidRead(dir.ufile("half.parquet"));
 }
 
+TEST_F(ParquetInfoFailure, ParquetsOwnExceptionIsConverted) {
+  // A schema without leaves gives row groups without column chunks: the row-group offset has
+  // no first chunk to look at, and Parquet throws its own exception.
+  const auto root = parquet::schema::GroupNode::Make(
+      "schema", parquet::Repetition::REQUIRED,
+      {parquet::schema::GroupNode::Make("nothing", parquet::Repetition::OPTIONAL, {})});
+  vxtest::info::writeFooterOnly(dir.file("noleaves.parquet"), root, 1, {});
+  EXPECT_THAT(expectInvalidRead(dir.ufile("noleaves.parquet")),
+              HasSubstr("requested metadata for column"));
+}
+
 TEST_F(ParquetInfoFailure, NonAsciiNameIsReturnedUnchanged) {
   expectInvalidRead(dir.ufile("f\xC3\xBCr \xE2\x82\xAC.parquet"));
 }

@@ -108,4 +108,15 @@ TEST_F(RowGroupGeometry, FooterOrderIsKeptEvenWhenOffsetsDecrease) {
   EXPECT_THAT(info::getRowGroupOffsets(*footer), ElementsAre(40u, 8u));
 }
 
+TEST_F(RowGroupGeometry, RowGroupWithoutColumnsHasAHeightButNoOffset) {
+  const std::string path = dir.file("noleaves.parquet");
+  const auto root = parquet::schema::GroupNode::Make(
+      "schema", parquet::Repetition::REQUIRED,
+      {parquet::schema::GroupNode::Make("nothing", parquet::Repetition::OPTIONAL, {})});
+  vxtest::info::writeFooterOnly(path, root, 6, {});
+  const auto footer = footerOf(path);
+  EXPECT_THAT(info::getRowGroupHeights(*footer), ElementsAre(6u));
+  EXPECT_THROW(info::getRowGroupOffsets(*footer), parquet::ParquetException);
+}
+
 }  // namespace
