@@ -17,6 +17,7 @@
 #include "host/converter/Converter.hpp"
 #include "tests/support/TestSupport.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
+#include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
 namespace {
 
@@ -214,6 +215,40 @@ TEST(ReadStatistics, CountsAndBoundsOfEveryRowGroupMatchTheData) {
       EXPECT_EQ(flagAt(stats.hasMinMax, r, v), rows->null_count() < rows->length());
     }
     const Bounds expected = boundsOf(column, 3);
+    expectCellHolds(stats.min, v, expected.min);
+    expectCellHolds(stats.max, v, expected.max);
+  }
+}
+
+TEST(ReadStatistics, BoundsTakeTheStoredArrowTypeOfEachVariable) {
+  // With the Arrow schema stored in the file, the footer's physical values (byte arrays, signed
+  // 32- and 64-bit integers) must be cast back to the variable's own type; unsigned columns
+  // must also be ordered as unsigned.
+  TempDir dir;
+  const auto paris = arrow::timestamp(arrow::TimeUnit::NANO, "Europe/Paris");
+  auto table = arrow::Table::Make(
+      arrow::schema({arrow::field("big", arrow::large_utf8()), arrow::field("u32", arrow::uint32()),
+                     arrow::field("u64", arrow::uint64()), arrow::field("i8", arrow::int8()),
+                     arrow::field("ns", paris)}),
+      {arrayFromJSON(arrow::large_utf8(), R"(["b", "a", "c", null])"),
+       arrayFromJSON(arrow::uint32(), "[4000000000, 3, 1, 2]"),
+       arrayFromJSON(arrow::uint64(), "[18446744073709551615, 3, 0, 9223372036854775808]"),
+       arrayFromJSON(arrow::int8(), "[-128, 127, 0, null]"),
+       arrayFromJSON(paris, "[1600000000000000001, -1, 5, 4]")});
+  const std::string path = dir.file("typed.parquet");
+  vxtest::writeParquet(
+      path, table, 2,
+      parquet::WriterProperties::Builder().version(parquet::ParquetVersion::PARQUET_2_6)->build(),
+      parquet::ArrowWriterProperties::Builder().store_schema()->build());
+  const Footer footer = openFooter(path);
+  ASSERT_TRUE(footer.schema->Equals(*table->schema())) << footer.schema->ToString();
+
+  const Statistics stats = footer.stats();
+  for (int v = 0; v < table->num_columns(); ++v) {
+    SCOPED_TRACE(table->field(v)->name());
+    EXPECT_TRUE(flagAt(stats.hasMinMax, 0, v));
+    EXPECT_TRUE(flagAt(stats.hasMinMax, 1, v));
+    const Bounds expected = boundsOf(table->column(v), 2);
     expectCellHolds(stats.min, v, expected.min);
     expectCellHolds(stats.max, v, expected.max);
   }
@@ -418,6 +453,24 @@ TEST(ReadStatistics, LogsEachStepOfTheLoop) {
   }
   EXPECT_TRUE(detailAtFour);
   EXPECT_TRUE(traced);
+}
+
+TEST(ReadStatistics, ReaderGivesTheStatisticsOfFileWideFieldIndices) {
+  // The reader passes its own footer; the indices number the file's fields whatever the
+  // reader has selected.
+  TempDir dir;
+  const std::string path = vxtest::writeSimpleFile(dir, "r.parquet", 6, 4);
+  vantro::io::parquet::core::read::RowGroupParquetReader reader(vxtest::u16(path), {1, 2});
+  reader.setSelectedVariableNames({u"name"});
+  const Statistics viaReader = reader.getStatistics({0, 2});
+
+  const Statistics direct = openFooter(path).stats(std::vector<int>{0, 2});
+  for (auto member :
+       {&Statistics::hasNullCount, &Statistics::hasDistinctCount, &Statistics::hasMinMax,
+        &Statistics::nullCount, &Statistics::distinctCount, &Statistics::min, &Statistics::max}) {
+    EXPECT_TRUE(hostEquals((viaReader.*member).get(), (direct.*member).get()));
+  }
+  expectCellHolds(viaReader.max, 0, arrayFromJSON(arrow::int64(), "[3, 5]"));
 }
 
 // ---- Refusals -----------------------------------------------------------------------------
