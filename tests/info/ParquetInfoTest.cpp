@@ -11,7 +11,6 @@
 #include <arrow/util/compression.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <parquet/arrow/schema.h>
 #include <parquet/metadata.h>
 #include <parquet/properties.h>
 #include <parquet/schema.h>
@@ -269,70 +268,11 @@ TEST_F(ParquetInfoTest, VariableWithoutLeafHasEmptyPhysicalCompressionAndEncodin
   EXPECT_EQ(info.getArrowTypes()[1], "struct<>");
 }
 
-TEST_F(ParquetInfoTest, TypesOfEveryFamilyThatParquetStores) {
-  const auto fields = arrow::FieldVector{
-      arrow::field("i8", arrow::int8()),
-      arrow::field("u64", arrow::uint64()),
-      arrow::field("dec", arrow::decimal128(10, 2)),
-      arrow::field("ts", arrow::timestamp(arrow::TimeUnit::MICRO, "UTC")),
-      arrow::field("tsLocal", arrow::timestamp(arrow::TimeUnit::MILLI)),
-      arrow::field("date", arrow::date32()),
-      arrow::field("time", arrow::time64(arrow::TimeUnit::NANO)),
-      arrow::field("fixed", arrow::fixed_size_binary(3)),
-      arrow::field("cat", arrow::dictionary(arrow::int32(), arrow::utf8())),
-      arrow::field("big", arrow::large_utf8()),
-  };
-  arrow::ArrayVector columns;
-  for (const auto& field : fields)
-    columns.push_back(arrow::MakeArrayOfNull(field->type(), 2).ValueOrDie());
-  const auto arrowProperties = parquet::ArrowWriterProperties::Builder().store_schema()->build();
-  const std::string path = dir.file("families.parquet");
-  vxtest::writeParquet(
-      path, arrow::Table::Make(arrow::schema(fields), columns), 1 << 20,
-      parquet::WriterProperties::Builder().version(parquet::ParquetVersion::PARQUET_2_6)->build(),
-      arrowProperties);
-  const ParquetInfo info = infoOf(path);
-
-  EXPECT_THAT(info.getParquetPhysicalTypes(),
-              ElementsAre("INT32", "INT64", "FIXED_LEN_BYTE_ARRAY", "INT64", "INT64", "INT32",
-                          "INT64", "FIXED_LEN_BYTE_ARRAY", "BYTE_ARRAY", "BYTE_ARRAY"));
-  EXPECT_THAT(info.getParquetConvertedTypes(),
-              ElementsAre("INT_8", "UINT_64", "DECIMAL", "TIMESTAMP_MICROS", "NONE", "DATE", "NONE",
-                          "NONE", "UTF8", "UTF8"));
-  EXPECT_THAT(info.getParquetLogicalTypes(),
-              ElementsAre("Int(bitWidth=8, isSigned=true)", "Int(bitWidth=64, isSigned=false)",
-                          "Decimal(precision=10, scale=2)",
-                          "Timestamp(isAdjustedToUTC=true, timeUnit=microseconds, "
-                          "is_from_converted_type=false, force_set_converted_type=false)",
-                          "Timestamp(isAdjustedToUTC=false, timeUnit=milliseconds, "
-                          "is_from_converted_type=false, force_set_converted_type=false)",
-                          "Date", "Time(isAdjustedToUTC=true, timeUnit=nanoseconds)", "None",
-                          "String", "String"));
-  // The stored Arrow schema brings back dictionary and large string types.
-  EXPECT_EQ(info.getArrowTypes()[8], "dictionary<values=string, indices=int32, ordered=0>");
-  EXPECT_EQ(info.getArrowTypes()[9], "large_string");
-  EXPECT_EQ(info.getArrowTypes()[3], "timestamp[us, tz=UTC]");
-}
-
 TEST_F(ParquetInfoTest, FilenameIsTheNameTheAdapterReports) {
   const std::string path = vxtest::writeSimpleFile(dir, "iri.parquet", 3, 3);
   const ParquetInfo info(vxtest::u16("FILE://" + path));
   EXPECT_EQ(vxtest::u8(info.getFilename()), path);
   EXPECT_EQ(info.getNumRowGroups(), 1);
-}
-
-TEST_F(ParquetInfoTest, MovedObjectKeepsTheOpenReader) {
-  const std::string path = vxtest::writeSimpleFile(dir, "move.parquet", 10, 5);
-  ParquetInfo first = infoOf(path);
-  ParquetInfo moved(std::move(first));
-  EXPECT_EQ(moved.getNumRowGroups(), 2);
-  EXPECT_EQ(moved.getMetadata()->num_row_groups(), 2);
-
-  ParquetInfo target = infoOf(vxtest::writeSimpleFile(dir, "other.parquet", 1, 1));
-  target = std::move(moved);
-  EXPECT_EQ(vxtest::u8(target.getFilename()), path);
-  EXPECT_EQ(target.getMetadata()->num_rows(), 10);
-  EXPECT_EQ(target.getSchemaManifest().schema_fields.size(), 3u);
 }
 
 // Failures: whatever breaks, the caller sees InternalInvalidRead with the name it gave.
@@ -454,13 +394,6 @@ TEST_F(ParquetInfoTest, FailureLogsTheCaughtExceptionAndLeavesByThrow) {
   }
   EXPECT_TRUE(constructorLeftByThrow);
   EXPECT_TRUE(doBuildInfoLeftByThrow);
-}
-
-TEST_F(ParquetInfoTest, NothingIsLoggedWithTracingOff) {
-  const std::string path = vxtest::writeSimpleFile(dir, "quiet.parquet", 4, 2);
-  vxtest::LogCapture capture(severity::kError);
-  { const ParquetInfo info = infoOf(path); }
-  EXPECT_THAT(capture.records(), IsEmpty());
 }
 
 }  // namespace

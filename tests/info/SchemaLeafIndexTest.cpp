@@ -5,7 +5,6 @@
 #include <vector>
 
 #include <arrow/api.h>
-#include <arrow/extension_type.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <parquet/arrow/schema.h>
@@ -111,23 +110,6 @@ TEST(SchemaLeafIndex, ParquetManifestsNumberLeavesInAscendingOrder) {
   EXPECT_EQ(descriptor->Column(4)->path()->ToDotString(), "m.key_value.value");
 }
 
-class UuidLikeType : public arrow::ExtensionType {
- public:
-  UuidLikeType() : ExtensionType(arrow::fixed_size_binary(16)) {}
-  std::string extension_name() const override { return "test.uuid"; }
-  bool ExtensionEquals(const ExtensionType& other) const override {
-    return other.extension_name() == extension_name();
-  }
-  std::shared_ptr<arrow::Array> MakeArray(std::shared_ptr<arrow::ArrayData> data) const override {
-    return std::make_shared<arrow::ExtensionArray>(data);
-  }
-  arrow::Result<std::shared_ptr<arrow::DataType>> Deserialize(std::shared_ptr<arrow::DataType>,
-                                                              const std::string&) const override {
-    return std::make_shared<UuidLikeType>();
-  }
-  std::string Serialize() const override { return ""; }
-};
-
 TEST(SupportedNestedType, ListsStructsAndMapsOnly) {
   EXPECT_TRUE(isSupportedNestedType(arrow::list(arrow::int32())));
   EXPECT_TRUE(isSupportedNestedType(arrow::large_list(arrow::int32())));
@@ -138,7 +120,6 @@ TEST(SupportedNestedType, ListsStructsAndMapsOnly) {
   EXPECT_FALSE(isSupportedNestedType(arrow::dictionary(arrow::int8(), arrow::utf8())));
   EXPECT_FALSE(isSupportedNestedType(arrow::dense_union({arrow::field("a", arrow::int8())})));
   EXPECT_FALSE(isSupportedNestedType(arrow::sparse_union({arrow::field("a", arrow::int8())})));
-  EXPECT_FALSE(isSupportedNestedType(std::make_shared<UuidLikeType>()));
   EXPECT_FALSE(isSupportedNestedType(arrow::int64()));
   EXPECT_FALSE(isSupportedNestedType(arrow::utf8()));
   EXPECT_FALSE(isSupportedNestedType(arrow::null()));

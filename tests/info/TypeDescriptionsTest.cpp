@@ -126,17 +126,6 @@ TEST(ParquetTypes, TypesWithoutDescriptionAreUnknownAtAnyDepth) {
   });
 }
 
-TEST(ParquetTypes, OneEntryPerFieldInOrder) {
-  const auto schema =
-      arrow::schema({arrow::field("a", arrow::int8()), arrow::field("b", arrow::utf8()),
-                     arrow::field("c", arrow::list(arrow::boolean()))});
-  const auto descriptions = info::parquet_types(schema);
-  ASSERT_EQ(descriptions.size(), 3u);
-  EXPECT_EQ(descriptions[0], u"Int8");
-  EXPECT_EQ(descriptions[1], u"String");
-  EXPECT_EQ(descriptions[2], u"List<Boolean>");
-}
-
 TEST(VariableNames, TopLevelNamesAsUtf16) {
   const auto schema = arrow::schema(
       {arrow::field("plain", arrow::int8()), arrow::field("Größe €", arrow::utf8()),
