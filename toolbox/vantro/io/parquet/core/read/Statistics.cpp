@@ -1,5 +1,6 @@
 #include "toolbox/vantro/io/parquet/core/read/Statistics.hpp"
 
+#include <numeric>
 #include <string>
 #include <utility>
 
@@ -27,11 +28,6 @@ void logDetail(const Parts&... parts) {
   common::getLogger().log(kDetail, parts...);
 }
 
-template <class Tag, class... Args>
-[[noreturn]] void raise(Args&&... args) {
-  common::throwException<Tag>(std::forward<Args>(args)...);
-}
-
 using VANTRO::parquetio::read::InternalError;
 using VANTRO::parquetio::read::InternalUnsupportedParquetType;
 using VANTRO::parquetio::read::UnsupportedRowFilterVariable;
@@ -41,12 +37,12 @@ std::vector<int> resolveIndices(const ::parquet::arrow::SchemaManifest& manifest
   const int numFields = static_cast<int>(manifest.schema_fields.size());
   if (!variableIndices) {
     std::vector<int> all(numFields);
-    for (int i = 0; i < numFields; ++i) all[i] = i;
+    std::iota(all.begin(), all.end(), 0);
     return all;
   }
   for (int index : *variableIndices) {
     if (index < 0 || index >= numFields) {
-      raise<InternalError>("statistics field index conversion", "");
+      common::throwException<InternalError>("statistics field index conversion", "");
     }
   }
   return std::move(*variableIndices);
@@ -92,9 +88,9 @@ void validateFilterableVariableType(const std::vector<int>& indices,
     logDetail("Variable ", field->name(),
               " has an unsupported type for filtering: ", type->ToString());
     if (auto hostType = vantro::io::arrow::core::to_vantro_datatype(type)) {
-      raise<UnsupportedRowFilterVariable>(field->name(), *hostType);
+      common::throwException<UnsupportedRowFilterVariable>(field->name(), *hostType);
     }
-    raise<InternalUnsupportedParquetType>(field->name());
+    common::throwException<InternalUnsupportedParquetType>(field->name());
   }
 }
 
@@ -123,7 +119,8 @@ std::vector<std::shared_ptr<::arrow::Array>> getDefaultMissingValues(
     auto missing =
         ::arrow::MakeArrayOfNull(schema->field(index)->type(), 1, ::arrow::default_memory_pool());
     if (!missing.ok()) {
-      raise<InternalError>("empty metadata generation", "Column index: " + std::to_string(index));
+      common::throwException<InternalError>("empty metadata generation",
+                                            "Column index: " + std::to_string(index));
     }
     defaults.push_back(std::move(missing).ValueUnsafe());
   }
@@ -132,7 +129,7 @@ std::vector<std::shared_ptr<::arrow::Array>> getDefaultMissingValues(
 
 std::shared_ptr<::arrow::Array> scalarToArray(const ::arrow::Scalar& scalar) {
   auto array = ::arrow::MakeArrayFromScalar(scalar, 1, ::arrow::default_memory_pool());
-  if (!array.ok()) raise<InternalError>("scalar metadata conversion", "");
+  if (!array.ok()) common::throwException<InternalError>("scalar metadata conversion", "");
   return std::move(array).ValueUnsafe();
 }
 
@@ -171,8 +168,8 @@ matrix::unique_array convertArrayVectorToCellArray(const ArrayTable& arrays, int
     if (!joined.ok()) {
       logDetail("Error during Concatenate for variable_index ", v, ": ",
                 joined.status().ToString());
-      raise<InternalError>("metadata array concatenation",
-                           "Could not convert variable index: " + std::to_string(v));
+      common::throwException<InternalError>(
+          "metadata array concatenation", "Could not convert variable index: " + std::to_string(v));
     }
     auto hostValues = vantro::io::arrow::core::to_vantro(*joined);
     if (!hostValues.ok()) {
