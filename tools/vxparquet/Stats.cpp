@@ -151,6 +151,8 @@ std::string clockTime(int64_t secondsOfDay, const std::string& fraction) {
   return buffer + fraction;
 }
 
+// ISO 8601 at the unit's precision; a zoned instant is shown in UTC with its zone's name, as
+// the host's display does.
 std::string showDatetime(const vxArray* object, size_t row) {
   const std::string unit = textField(object, "Unit");
   const int64_t ticks = ticksAt(object, row);
@@ -160,7 +162,7 @@ std::string showDatetime(const vxArray* object, size_t row) {
   if (textField(object, "Kind") == "date64") return civilDate(days);
   const std::string zone = textField(object, "TimeZone");
   return civilDate(days) + "T" + clockTime(seconds - days * 86400, fraction) +
-         (zone.empty() ? "" : " " + zone);
+         (zone.empty() ? "" : "Z[" + zone + "]");
 }
 
 std::string showDuration(const vxArray* object, size_t row) {
