@@ -275,20 +275,6 @@ TEST(ReadStatistics, NumericBoundsAreTheHostValuesOfEachRowGroup) {
   EXPECT_EQ(countAt(stats.nullCount, 2, 0), 1);
 }
 
-TEST(ReadStatistics, AllNullRowGroupHasCountsButNoBounds) {
-  TempDir dir;
-  auto table = arrow::Table::Make(arrow::schema({arrow::field("s", arrow::utf8())}),
-                                  {arrayFromJSON(arrow::utf8(), R"([null, null, "b", "a"])")});
-  const Statistics stats = writeAndOpen(dir, table, 2).stats();
-
-  EXPECT_TRUE(flagAt(stats.hasNullCount, 0, 0));
-  EXPECT_EQ(countAt(stats.nullCount, 0, 0), 2);
-  EXPECT_FALSE(flagAt(stats.hasMinMax, 0, 0));
-  EXPECT_TRUE(flagAt(stats.hasMinMax, 1, 0));
-  expectCellHolds(stats.min, 0, arrayFromJSON(arrow::utf8(), R"([null, "a"])"));
-  expectCellHolds(stats.max, 0, arrayFromJSON(arrow::utf8(), R"([null, "b"])"));
-}
-
 TEST(ReadStatistics, ColumnWrittenWithoutStatisticsKeepsDefaults) {
   TempDir dir;
   auto table = arrow::Table::Make(
