@@ -81,24 +81,6 @@ TEST(ParquetWriterOptions, VersionAcceptsExactlyTwoTexts) {
   EXPECT_EQ(options.getVersion(), "2.0");
 }
 
-TEST(ParquetWriterOptions, MaxRowGroupLengthIsStoredUnchecked) {
-  ParquetWriterOptions options;
-  options.setMaxRowGroupLength(0);
-  EXPECT_EQ(options.getMaxRowGroupLength(), 0);
-  options.setMaxRowGroupLength(5);
-  EXPECT_EQ(options.buildWriterProperties()->max_row_group_length(), 5);
-}
-
-TEST(ParquetWriterOptions, TextsAreStoredAsGiven) {
-  ParquetWriterOptions options;
-  options.setVariableCompression({"Snappy ", "ZSTD"});
-  options.setVariableEncoding({"Plain"});
-  EXPECT_EQ(options.getVariableCompression(), (std::vector<std::string>{"Snappy ", "ZSTD"}));
-  EXPECT_EQ(options.getVariableEncoding(), (std::vector<std::string>{"Plain"}));
-  options.setVariableEncoding(options.getVariableEncoding());
-  EXPECT_EQ(options.getVariableEncoding(), (std::vector<std::string>{"Plain"}));
-}
-
 TEST(ParquetWriterOptions, PerVariableOptionsNeedLeafPaths) {
   ParquetWriterOptions options;
   options.setVariableNames({u"a"});

@@ -82,17 +82,6 @@ TEST_F(ParquetWriterTest, OpenFailurePropagatesTheHostError) {
                foundation::core::except::IMsgIDException);
 }
 
-TEST_F(ParquetWriterTest, GettersShowTheDefaults) {
-  ParquetWriter writer(u16(path()));
-  EXPECT_TRUE(writer.getVariableNames().empty());
-  EXPECT_TRUE(writer.getVariableCompression().empty());
-  EXPECT_TRUE(writer.getVariableEncoding().empty());
-  EXPECT_EQ(writer.getVersion(), "2.0");
-  EXPECT_TRUE(writer.getStoreArrowSchema());
-  EXPECT_TRUE(writer.getUseCompliantNestedTypes());
-  EXPECT_EQ(writer.getMaxRowGroupLength(), 67108864);
-}
-
 TEST_F(ParquetWriterTest, VectorOptionsCanBeSetWhileEmptyOnly) {
   ParquetWriter writer(u16(path()));
   writer.setVariableNames({});
@@ -123,18 +112,6 @@ TEST_F(ParquetWriterTest, VersionCanBeSetOnceSuccessfully) {
   writer.setVersion("1.0");
   EXPECT_EQ(writer.getVersion(), "1.0");
   expectInvalidWrite([&] { writer.setVersion("1.0"); }, path(), "Version cannot be modified.");
-}
-
-TEST_F(ParquetWriterTest, FreeSettersMayChangeAnyNumberOfTimes) {
-  ParquetWriter writer(u16(path()));
-  for (int i = 0; i < 2; ++i) {
-    writer.setStoreArrowSchema(i == 1);
-    writer.setUseCompliantNestedTypes(i == 1);
-    writer.setMaxRowGroupLength(10 + i);
-  }
-  EXPECT_TRUE(writer.getStoreArrowSchema());
-  EXPECT_TRUE(writer.getUseCompliantNestedTypes());
-  EXPECT_EQ(writer.getMaxRowGroupLength(), 11);
 }
 
 TEST_F(ParquetWriterTest, InvalidLeafPathsLeaveTheEarlierOnes) {
