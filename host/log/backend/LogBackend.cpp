@@ -57,10 +57,10 @@ struct Backend {
   Logger logger;
 
   Backend() {
+    // Records reach a file or standard error only once an output is named (the front end does
+    // so when logging is enabled from the environment); captures see them regardless.
     capture = boost::make_shared<CaptureSink>();
     logging::core::get()->add_sink(capture);
-    text = makeTextSink(nullptr, 0);
-    logging::core::get()->add_sink(text);
   }
 
   static boost::shared_ptr<TextSink> makeTextSink(const char* path, size_t len) {
@@ -94,7 +94,7 @@ extern "C" {
 void vxlog_set_output(const char* path, size_t path_len) {
   Backend& b = backend();
   std::lock_guard<std::mutex> lock(b.configure);
-  logging::core::get()->remove_sink(b.text);
+  if (b.text) logging::core::get()->remove_sink(b.text);
   b.text = Backend::makeTextSink(path, path_len);
   logging::core::get()->add_sink(b.text);
 }
