@@ -39,16 +39,16 @@ void writeWithoutRowGroups(const std::string& path, const std::shared_ptr<arrow:
 }
 
 void writeFooterOnly(const std::string& path, const std::shared_ptr<parquet::schema::Node>& root,
-                     const std::vector<RowGroupSpec>& rowGroups) {
+                     const std::vector<RowGroupFooter>& rowGroups) {
   parquet::SchemaDescriptor descriptor;
   descriptor.Init(root);
   // Encoding and codec are per leaf in the writer properties, so the first row group's choice
   // holds for all of them.
   parquet::WriterProperties::Builder builder;
   for (int i = 0; i < descriptor.num_columns() && !rowGroups.empty(); ++i) {
-    const auto& spec = rowGroups.front().chunks.at(i);
+    const auto& chunk = rowGroups.front().chunks.at(i);
     const std::string leaf = descriptor.Column(i)->path()->ToDotString();
-    builder.encoding(leaf, spec.encoding)->compression(leaf, spec.compression);
+    builder.encoding(leaf, chunk.encoding)->compression(leaf, chunk.compression);
   }
   auto fileBuilder = parquet::FileMetaDataBuilder::Make(&descriptor, builder.build());
   for (const auto& group : rowGroups) {
@@ -57,11 +57,11 @@ void writeFooterOnly(const std::string& path, const std::shared_ptr<parquet::sch
     }
     auto* rowGroup = fileBuilder->AppendRowGroup();
     rowGroup->set_num_rows(group.rows);
-    for (const auto& spec : group.chunks) {
-      const int64_t dictionaryOffset = spec.hasDictionary ? spec.firstPageOffset : 0;
-      const int64_t dataOffset = spec.firstPageOffset + (spec.hasDictionary ? 4 : 0);
+    for (const auto& chunk : group.chunks) {
+      const int64_t dictionaryOffset = chunk.hasDictionary ? chunk.firstPageOffset : 0;
+      const int64_t dataOffset = chunk.firstPageOffset + (chunk.hasDictionary ? 4 : 0);
       rowGroup->NextColumnChunk()->Finish(group.rows, dictionaryOffset, 0, dataOffset, 16, 16,
-                                          spec.hasDictionary, spec.dictionaryFallback, {}, {});
+                                          chunk.hasDictionary, chunk.dictionaryFallback, {}, {});
     }
     rowGroup->Finish(kFillerBytes);
   }
@@ -83,8 +83,8 @@ void writeFooterOnly(const std::string& path, const std::shared_ptr<parquet::sch
 }
 
 void writeFooterOnly(const std::string& path, const std::shared_ptr<parquet::schema::Node>& root,
-                     int64_t rows, const std::vector<ChunkSpec>& chunks) {
-  writeFooterOnly(path, root, std::vector<RowGroupSpec>{{rows, chunks}});
+                     int64_t rows, const std::vector<ChunkFooter>& chunks) {
+  writeFooterOnly(path, root, std::vector<RowGroupFooter>{{rows, chunks}});
 }
 
 std::shared_ptr<parquet::schema::Node> int64Node(const std::string& name) {

@@ -23,7 +23,7 @@ void writeWithoutRowGroups(
     std::shared_ptr<parquet::WriterProperties> properties = parquet::default_writer_properties());
 
 // One column chunk of a footer-only file, as the metadata builder records it.
-struct ChunkSpec {
+struct ChunkFooter {
   bool hasDictionary = false;
   bool dictionaryFallback = false;
   // The encoding the writer properties name for the chunk's data pages.
@@ -33,17 +33,17 @@ struct ChunkSpec {
   int64_t firstPageOffset = 4;
 };
 
-struct RowGroupSpec {
+struct RowGroupFooter {
   int64_t rows = 0;
-  std::vector<ChunkSpec> chunks;  // one per leaf, in leaf order
+  std::vector<ChunkFooter> chunks;  // one per leaf, in leaf order
 };
 
 // Writes "PAR1", filler bytes and a footer describing the given row groups; no page exists.
 void writeFooterOnly(const std::string& path, const std::shared_ptr<parquet::schema::Node>& root,
-                     const std::vector<RowGroupSpec>& rowGroups);
+                     const std::vector<RowGroupFooter>& rowGroups);
 // The same with one row group.
 void writeFooterOnly(const std::string& path, const std::shared_ptr<parquet::schema::Node>& root,
-                     int64_t rows, const std::vector<ChunkSpec>& chunks);
+                     int64_t rows, const std::vector<ChunkFooter>& chunks);
 
 // A required int64 leaf node named name.
 std::shared_ptr<parquet::schema::Node> int64Node(const std::string& name);

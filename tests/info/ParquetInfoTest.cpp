@@ -26,7 +26,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using vantro::io::parquet::core::info::ParquetInfo;
-using vxtest::info::ChunkSpec;
+using vxtest::info::ChunkFooter;
 
 namespace severity = foundation::log::severity;
 const std::string kInvalidRead = "VANTRO:parquetio:read:InternalInvalidRead";
@@ -144,7 +144,7 @@ TEST_F(ParquetInfoTest, CompressionIsArrowsLowerCaseCodecNamePerVariable) {
 TEST_F(ParquetInfoTest, HadoopLz4HasItsOwnName) {
   // Parquet's old LZ4 codec id reads as Hadoop's framing, which Arrow names apart from lz4_raw.
   const std::string path = dir.file("lz4hadoop.parquet");
-  ChunkSpec chunk;
+  ChunkFooter chunk;
   chunk.compression = arrow::Compression::LZ4_HADOOP;
   vxtest::info::writeFooterOnly(
       path,
@@ -182,13 +182,13 @@ TEST_F(ParquetInfoTest, EncodingFromArrowWriterSettings) {
 
 TEST_F(ParquetInfoTest, EncodingRuleOnEncodingListsArrowDoesNotWrite) {
   // A fallback recorded without a dictionary page lists [<data encoding>, RLE, PLAIN].
-  ChunkSpec plainPlusTwo;  // [PLAIN, RLE, PLAIN]
+  ChunkFooter plainPlusTwo;  // [PLAIN, RLE, PLAIN]
   plainPlusTwo.dictionaryFallback = true;
-  ChunkSpec deltaRlePlain;  // [DELTA_BINARY_PACKED, RLE, PLAIN]
+  ChunkFooter deltaRlePlain;  // [DELTA_BINARY_PACKED, RLE, PLAIN]
   deltaRlePlain.dictionaryFallback = true;
   deltaRlePlain.encoding = parquet::Encoding::DELTA_BINARY_PACKED;
-  ChunkSpec plainRle;  // [PLAIN, RLE]
-  ChunkSpec dictionary;
+  ChunkFooter plainRle;  // [PLAIN, RLE]
+  ChunkFooter dictionary;
   dictionary.hasDictionary = true;
   dictionary.dictionaryFallback = true;
   const auto root = parquet::schema::GroupNode::Make(
@@ -208,8 +208,8 @@ TEST_F(ParquetInfoTest, EncodingRuleOnEncodingListsArrowDoesNotWrite) {
 }
 
 TEST_F(ParquetInfoTest, OnlyTheFirstRowGroupDecidesCompressionAndEncoding) {
-  ChunkSpec plain;
-  ChunkSpec dictionary;
+  ChunkFooter plain;
+  ChunkFooter dictionary;
   dictionary.hasDictionary = true;
   const std::string path = dir.file("two.parquet");
   vxtest::info::writeFooterOnly(
@@ -257,7 +257,7 @@ TEST_F(ParquetInfoTest, VariableWithoutLeafHasEmptyPhysicalCompressionAndEncodin
        parquet::schema::GroupNode::Make("nothing", parquet::Repetition::OPTIONAL, {}),
        vxtest::info::int64Node("b")});
   const std::string path = dir.file("leafless.parquet");
-  vxtest::info::writeFooterOnly(path, root, 2, {ChunkSpec{}, ChunkSpec{}});
+  vxtest::info::writeFooterOnly(path, root, 2, {ChunkFooter{}, ChunkFooter{}});
   const ParquetInfo info = infoOf(path);
 
   EXPECT_THAT(info.getVariableNames(), ElementsAre(u"a", u"nothing", u"b"));

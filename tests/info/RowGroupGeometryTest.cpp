@@ -92,13 +92,13 @@ TEST_F(RowGroupGeometry, FooterOrderIsKeptEvenWhenOffsetsDecrease) {
   const auto root = parquet::schema::GroupNode::Make(
       "schema", parquet::Repetition::REQUIRED,
       {vxtest::info::int64Node("a"), vxtest::info::int64Node("b")});
-  using vxtest::info::ChunkSpec;
-  ChunkSpec late;
+  using vxtest::info::ChunkFooter;
+  ChunkFooter late;
   late.firstPageOffset = 40;
-  ChunkSpec earlyWithDictionary;
+  ChunkFooter earlyWithDictionary;
   earlyWithDictionary.hasDictionary = true;
   earlyWithDictionary.firstPageOffset = 8;
-  ChunkSpec other;
+  ChunkFooter other;
   other.firstPageOffset = 20;
   vxtest::info::writeFooterOnly(path, root,
                                 {{3, {late, other}}, {0, {earlyWithDictionary, other}}});
