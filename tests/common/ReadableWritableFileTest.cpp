@@ -45,6 +45,17 @@ TEST(ReadableWritableFile, SizeIsTheSizeAtOpenWhileWriting) {
   EXPECT_EQ(vxtest::readBytes(dir.file("out")), "Jello");
 }
 
+TEST(ReadableWritableFile, ClosedFileRefusesIOWithAStatus) {
+  vxtest::TempDir dir;
+  auto file = common::makeWritableFilePtr(dir.ufile("out"), virtualiostream::CleanupPolicy::keep);
+  ASSERT_TRUE(file->Close().ok());
+  EXPECT_TRUE(file->Write("x", 1).IsInvalid());
+  EXPECT_TRUE(file->Tell().status().IsInvalid());
+  EXPECT_TRUE(file->Seek(0).IsInvalid());
+  EXPECT_TRUE(file->Read(1).status().IsInvalid());
+  EXPECT_TRUE(file->Close().ok());
+}
+
 TEST(ReadableWritableFile, CleanupFollowsThePolicyGivenAtOpen) {
   vxtest::TempDir dir;
   {

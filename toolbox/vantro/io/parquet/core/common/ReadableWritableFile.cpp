@@ -3,6 +3,7 @@
 #include <arrow/buffer.h>
 #include <arrow/memory_pool.h>
 
+#include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
 
 namespace vantro::io::parquet::core::common {
@@ -20,7 +21,16 @@ ReadableWritableFile::~ReadableWritableFile() = default;
 
 bool ReadableWritableFile::isReadMode() const { return vis::isReadMode(mStream->mode()); }
 
+// Arrow may still hold the adapter after the library closed it (a writer being torn down after a
+// failure, say): such calls get a status instead of touching a stream that no longer exists.
+#define VANTRO_RETURN_IF_CLOSED()     \
+  if (closed())                       \
+  return ::arrow::Status::Invalid(    \
+      "operation on a closed file: ", \
+      ::foundation::unicode::ustring_to_utf8(mStream->absoluteIRI().toString()))
+
 ::arrow::Status ReadableWritableFile::Close() {
+  if (closed()) return ::arrow::Status::OK();
   mStream->fileStream()->close();
   mStream->fileStream().reset();
   return ::arrow::Status::OK();
@@ -29,11 +39,13 @@ bool ReadableWritableFile::isReadMode() const { return vis::isReadMode(mStream->
 bool ReadableWritableFile::closed() const { return mStream->fileStream() == nullptr; }
 
 ::arrow::Result<int64_t> ReadableWritableFile::Tell() const {
+  VANTRO_RETURN_IF_CLOSED();
   auto& stream = *mStream->fileStream();
   return static_cast<int64_t>(isReadMode() ? stream.tellg() : stream.tellp());
 }
 
 ::arrow::Result<int64_t> ReadableWritableFile::Read(int64_t nbytes, void* out) {
+  VANTRO_RETURN_IF_CLOSED();
   auto& stream = *mStream->fileStream();
   stream.read(static_cast<char*>(out), nbytes);
   if (stream.bad()) throw vis::ReadFailure(GetFilename());
@@ -73,6 +85,7 @@ bool ReadableWritableFile::closed() const { return mStream->fileStream() == null
 bool ReadableWritableFile::supports_zero_copy() const { return false; }
 
 ::arrow::Status ReadableWritableFile::Seek(int64_t position) {
+  VANTRO_RETURN_IF_CLOSED();
   auto& stream = *mStream->fileStream();
   if (isReadMode()) {
     stream.seekg(position, std::ios::beg);
@@ -85,6 +98,7 @@ bool ReadableWritableFile::supports_zero_copy() const { return false; }
 ::arrow::Result<int64_t> ReadableWritableFile::GetSize() { return mSize; }
 
 ::arrow::Status ReadableWritableFile::Write(const void* data, int64_t nbytes) {
+  VANTRO_RETURN_IF_CLOSED();
   mStream->fileStream()->write(static_cast<const char*>(data), nbytes);
   return ::arrow::Status::OK();
 }
