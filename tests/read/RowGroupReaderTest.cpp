@@ -110,16 +110,6 @@ TEST_F(RowGroupReaderTest, CursorIsSetWithoutRangeCheck) {
   EXPECT_EQ(reader.getRowGroups(), std::vector<double>({1, 2, 3}));
 }
 
-TEST_F(RowGroupReaderTest, FileGeometry) {
-  auto reader = open({});
-  EXPECT_FALSE(reader.hasdata());
-  EXPECT_EQ(reader.getRowGroupHeights(), std::vector<uint64_t>(5, 10));
-  const auto offsets = reader.getRowGroupOffsets();
-  ASSERT_EQ(offsets.size(), 5u);
-  EXPECT_TRUE(std::is_sorted(offsets.begin(), offsets.end()));
-  EXPECT_EQ(offsets[0], 4u);  // right after the "PAR1" magic
-}
-
 TEST_F(RowGroupReaderTest, MovedReaderCarriesOn) {
   auto first = open({1, 2});
   first.setSelectedVariableNames({u"id"});
