@@ -49,6 +49,10 @@ TEST_F(MemoryFiles, AReadThatBreaksTheStreamRaisesReadFailure) {
   auto in = common::makeReadableFilePtr(u"mem://t/in");
   EXPECT_EQ(in->Read(10).ValueOrDie()->size(), 10);
   vxtest::expectHostError([&] { (void)in->Read(10); }, "VANTRO:vfs:ReadFailure");
+  // Positional reads are Parquet's road, often from pool threads: a status, not an exception.
+  const auto status = in->ReadAt(0, 10).status();
+  EXPECT_TRUE(status.IsIOError());
+  EXPECT_NE(status.message().find("VANTRO:vfs:ReadFailure"), std::string::npos);
 }
 
 TEST_F(MemoryFiles, AFullDiskRaisesWriteFailure) {

@@ -73,13 +73,31 @@ bool ReadableWritableFile::closed() const { return mStream->fileStream() == null
   return std::shared_ptr<::arrow::Buffer>(std::move(buffer));
 }
 
-::arrow::Result<int64_t> ReadableWritableFile::ReadAt(int64_t position, int64_t nbytes, void* out) {
-  return RandomAccessFile::ReadAt(position, nbytes, out);
+namespace {
+
+// Parquet reads column chunks through ReadAt from Arrow's pool threads, where an exception would
+// end the process. A host failure there travels as an IOError that keeps its identifier.
+template <class Result, class Read>
+Result readWithoutThrowing(Read&& read) {
+  try {
+    return read();
+  } catch (const ::foundation::core::except::IMsgIDException& e) {
+    return ::arrow::Status::IOError(e.identifier(), ": ", e.message());
+  }
+}
+
+}  // namespace
+
+::arrow::Result<int64_t> ReadableWritableFile::ReadAt(int64_t position, int64_t nbytes,
+                                                      void* out) {
+  return readWithoutThrowing<::arrow::Result<int64_t>>(
+      [&] { return RandomAccessFile::ReadAt(position, nbytes, out); });
 }
 
 ::arrow::Result<std::shared_ptr<::arrow::Buffer>> ReadableWritableFile::ReadAt(int64_t position,
                                                                                int64_t nbytes) {
-  return RandomAccessFile::ReadAt(position, nbytes);
+  return readWithoutThrowing<::arrow::Result<std::shared_ptr<::arrow::Buffer>>>(
+      [&] { return RandomAccessFile::ReadAt(position, nbytes); });
 }
 
 bool ReadableWritableFile::supports_zero_copy() const { return false; }

@@ -29,7 +29,8 @@ class ReadableWritableFile : public ::arrow::io::ReadWriteFileInterface {
   bool closed() const override;
   ::arrow::Result<int64_t> Tell() const override;
 
-  // Throws virtualiostream::ReadFailure when the host stream goes bad.
+  // Throws virtualiostream::ReadFailure when the host stream goes bad. ReadAt, which Parquet
+  // calls from Arrow's pool threads, returns that failure as an IOError status instead.
   ::arrow::Result<int64_t> Read(int64_t nbytes, void* out) override;
   ::arrow::Result<std::shared_ptr<::arrow::Buffer>> Read(int64_t nbytes) override;
   ::arrow::Result<int64_t> ReadAt(int64_t position, int64_t nbytes, void* out) override;
