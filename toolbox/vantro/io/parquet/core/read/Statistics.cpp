@@ -28,6 +28,8 @@ void logDetail(const Parts&... parts) {
   common::getLogger().log(kDetail, parts...);
 }
 
+bool detailEnabled() { return common::getLogger().enabled(kDetail); }
+
 using VANTRO::parquetio::read::InternalError;
 using VANTRO::parquetio::read::InternalUnsupportedParquetType;
 using VANTRO::parquetio::read::UnsupportedRowFilterVariable;
@@ -133,6 +135,15 @@ std::shared_ptr<::arrow::Array> scalarToArray(const ::arrow::Scalar& scalar) {
   return std::move(array).ValueUnsafe();
 }
 
+// A scalar that already has the variable's type needs no cast; a cast to the same type would
+// only copy it.
+::arrow::Result<std::shared_ptr<::arrow::Scalar>> castTo(
+    const std::shared_ptr<::arrow::Scalar>& scalar,
+    const std::shared_ptr<::arrow::DataType>& type) {
+  if (scalar->type->Equals(*type)) return scalar;
+  return scalar->CastTo(type);
+}
+
 std::optional<MinMaxArrays> getMinMaxMetaData(
     const std::unique_ptr<::parquet::ColumnChunkMetaData>& chunk,
     std::shared_ptr<::arrow::DataType> type) {
@@ -143,12 +154,13 @@ std::optional<MinMaxArrays> getMinMaxMetaData(
   std::shared_ptr<::arrow::Scalar> maxScalar;
   const ::arrow::Status status =
       ::parquet::arrow::StatisticsAsScalars(*chunk->statistics(), &minScalar, &maxScalar);
-  logDetail("StatisticsAsScalars returned status: ", status.ToString());
+  // The texts are built only when someone reads them: this runs once per row group and variable.
+  if (detailEnabled()) logDetail("StatisticsAsScalars returned status: ", status.ToString());
   if (!status.ok()) return std::nullopt;
 
   // The footer holds values of the physical type; the host wants the variable's own type.
-  auto minResult = minScalar->CastTo(type);
-  auto maxResult = maxScalar->CastTo(type);
+  auto minResult = castTo(minScalar, type);
+  auto maxResult = castTo(maxScalar, type);
   if (!minResult.ok() || !maxResult.ok()) {
     logDetail("MinResult cast status: ", minResult.status().ToString());
     logDetail("MaxResult cast status: ", maxResult.status().ToString());
