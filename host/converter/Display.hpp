@@ -29,6 +29,9 @@ struct DisplayOptions {
 std::string DisplayValue(const vxArray* value, const DisplayOptions& options = {});
 std::string ToJson(const vxArray* value);
 
+// A JSON string literal for UTF-8 text, control characters escaped.
+std::string JsonString(const std::string& text);
+
 // "double", "string", "table", "cell", ... as to_vantro_datatype names them.
 std::string HostTypeName(const vxArray* value);
 

@@ -1,5 +1,7 @@
 #include "Cli.hpp"
 
+#include "host/converter/Display.hpp"
+
 #include <unistd.h>
 
 #include <cstdio>
@@ -58,35 +60,7 @@ std::vector<double> parseNumberList(const std::string& text, const std::string& 
 }
 
 std::string jsonString(std::string_view text) {
-  std::string out = "\"";
-  for (const unsigned char c : text) {
-    switch (c) {
-      case '"':
-        out += "\\\"";
-        break;
-      case '\\':
-        out += "\\\\";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      case '\t':
-        out += "\\t";
-        break;
-      default:
-        if (c < 0x20) {
-          char buffer[8];
-          std::snprintf(buffer, sizeof buffer, "\\u%04x", c);
-          out += buffer;
-        } else {
-          out.push_back(static_cast<char>(c));
-        }
-    }
-  }
-  return out + "\"";
+  return vantro::io::arrow::core::display::JsonString(std::string(text));
 }
 
 bool progressWanted() { return ::isatty(STDERR_FILENO) != 0; }
