@@ -1,0 +1,24 @@
+#include "tests/fault/FaultTestSupport.hpp"
+
+#include <algorithm>
+
+namespace vxtest::fault {
+
+size_t tableRows(const vxArray_tag* table) {
+  const vxArray_tag* columns = vxGetField(table, 0, "Columns");
+  if (columns == nullptr || vxGetNumberOfElements(columns) == 0) return 0;
+  return vxGetNumberOfElements(vxGetCell(columns, 0));
+}
+
+std::vector<int64_t> sweepPoints(int64_t end, int steps, std::vector<int64_t> edges) {
+  std::vector<int64_t> points = std::move(edges);
+  for (int i = 0; i <= steps; ++i) points.push_back(end * i / steps);
+  points.erase(
+      std::remove_if(points.begin(), points.end(), [&](int64_t p) { return p < 0 || p > end; }),
+      points.end());
+  std::sort(points.begin(), points.end());
+  points.erase(std::unique(points.begin(), points.end()), points.end());
+  return points;
+}
+
+}  // namespace vxtest::fault

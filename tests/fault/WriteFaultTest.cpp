@@ -1,0 +1,127 @@
+// Disks that fill up under the writer. Whatever the byte at which writing fails, the writer
+// raises a host exception, later calls on it fail or do nothing, and once it is destroyed no
+// partial output is left behind.
+//
+// Identifiers: the stream's own VANTRO:vfs:WriteFailure when the failing write came straight
+// from the writer's call, VANTRO:parquetio:write:InvalidWrite when Parquet reported it as a
+// status (its text then names the WriteFailure).
+#include <gtest/gtest.h>
+
+#include "tests/fault/FaultTestSupport.hpp"
+#include "tests/write/WriteTestUtil.hpp"
+#include "toolbox/vantro/io/parquet/core/info/ParquetInfo.hpp"
+#include "toolbox/vantro/io/parquet/core/write/ParquetWriter.hpp"
+
+namespace {
+
+using vantro::io::parquet::core::write::ParquetWriter;
+using vxtest::fault::outcomeOf;
+
+const std::u16string kName = u"mem://t/out.parquet";
+const std::string kKey = "//t/out.parquet";
+
+// How one test writes its file.
+enum class Road { kWhole, kRowGroups, kTwoWrites };
+
+class WriteFaultTest : public vxtest::fault::MemoryFileTest,
+                       public ::testing::WithParamInterface<Road> {
+ protected:
+  // Writes the table along the road, closes, and reports how that ended. The writer is
+  // destroyed before returning, as the host discards a writer that failed.
+  vxtest::fault::Outcome writeFile() {
+    const auto table = vxtest::write::hostTable(vxtest::simpleTable(3000));
+    const auto heights = vxtest::write::hostDoubles({1000, 1000, 1000});
+    ParquetWriter writer(kName);
+    writer.setVariableNames({u"id", u"x", u"name"});
+    writer.setMaxRowGroupLength(1500);
+    const auto outcome = outcomeOf([&] {
+      switch (GetParam()) {
+        case Road::kWhole:
+          writer.write(table.get());
+          break;
+        case Road::kRowGroups:
+          writer.writeRowGroups(table.get(), heights.get());
+          break;
+        case Road::kTwoWrites:
+          writer.write(table.get());
+          writer.writeRowGroups(table.get(), heights.get());
+          break;
+      }
+      writer.close();
+    });
+    if (outcome.failed) {
+      // A failed writer must stay safe to use until the host lets go of it.
+      (void)outcomeOf([&] { writer.write(table.get()); });
+      (void)outcomeOf([&] { writer.close(); });
+    }
+    return outcome;
+  }
+};
+
+TEST_P(WriteFaultTest, AFullDiskFailsCleanlyAndLeavesNoOutput) {
+  ASSERT_FALSE(writeFile().failed);
+  const std::string reference = *mProvider->get(kKey);
+  const auto size = static_cast<int64_t>(reference.size());
+
+  for (const int64_t quota : vxtest::fault::sweepPoints(size, 40, {1, 3, 4, 5, size - 1})) {
+    SCOPED_TRACE("disk full after " + std::to_string(quota) + " of " + std::to_string(size) +
+                 " bytes");
+    setFaults(-1, -1, quota);
+    const auto outcome = writeFile();
+    if (quota >= size) {
+      EXPECT_FALSE(outcome.failed) << outcome;
+      ASSERT_TRUE(mProvider->contains(kKey));
+      EXPECT_EQ(*mProvider->get(kKey), reference);
+      continue;
+    }
+    ASSERT_TRUE(outcome.failed);
+    if (outcome.identifier != "VANTRO:vfs:WriteFailure") {
+      EXPECT_EQ(outcome.identifier, "VANTRO:parquetio:write:InvalidWrite") << outcome;
+      EXPECT_NE(outcome.message.find("WriteFailure"), std::string::npos) << outcome;
+    }
+    EXPECT_FALSE(mProvider->contains(kKey)) << "a failed writer left its output behind";
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Roads, WriteFaultTest,
+                         ::testing::Values(Road::kWhole, Road::kRowGroups, Road::kTwoWrites),
+                         [](const auto& info) {
+                           switch (info.param) {
+                             case Road::kWhole:
+                               return std::string("Whole");
+                             case Road::kRowGroups:
+                               return std::string("RowGroups");
+                             default:
+                               return std::string("TwoWrites");
+                           }
+                         });
+
+class WriterOutputTest : public vxtest::fault::MemoryFileTest {};
+
+TEST_F(WriterOutputTest, AWriterThatNeverWroteOrFailedValidationLeavesNothing) {
+  { ParquetWriter writer(kName); }
+  EXPECT_FALSE(mProvider->contains(kKey));
+  {
+    ParquetWriter writer(kName);
+    writer.setVariableNames({u"a"});
+    const auto mismatched = vxtest::write::hostStruct({"a", "b"}, {3, 3});
+    EXPECT_TRUE(outcomeOf([&] { writer.write(mismatched.get()); }).failed);
+    writer.close();  // nothing was written: there is nothing to finish
+  }
+  EXPECT_FALSE(mProvider->contains(kKey));
+}
+
+TEST_F(WriterOutputTest, AFailedWriteAfterGoodOnesStillRemovesTheOutput) {
+  const auto good = vxtest::write::hostStruct({"a"}, {5});
+  const auto other = vxtest::write::hostTable(vxtest::simpleTable(5));
+  {
+    ParquetWriter writer(kName);
+    writer.setVariableNames({u"a"});
+    writer.write(good.get());
+    // A different schema is refused; the file written so far is not finished by anyone.
+    EXPECT_TRUE(outcomeOf([&] { writer.write(other.get()); }).failed);
+  }
+  EXPECT_FALSE(mProvider->contains(kKey));
+}
+
+}  // namespace
