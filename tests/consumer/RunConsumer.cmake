@@ -7,10 +7,16 @@ function(run)
   set(last_output "${out}" PARENT_SCOPE)
 endfunction()
 
+# A sanitized library needs its runtime loaded first: the consumer links it too.
+set(sanitize_flags)
+if(SANITIZE)
+  set(sanitize_flags -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=${SANITIZE})
+endif()
+
 file(REMOVE_RECURSE ${WORK_DIR})
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/prefix)
 run(${CMAKE_COMMAND} -S ${PROJECT_DIR} -B ${WORK_DIR}/build -G ${GENERATOR}
-    -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix)
+    -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix ${sanitize_flags})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
 
 # A file the consumer can count whether or not the interop corpus is present: the consumer's
