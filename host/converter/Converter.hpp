@@ -81,12 +81,28 @@ class TableErrorStatusDetail : public ::arrow::StatusDetail {
 // whose detail is a TableErrorStatusDetail naming the column.
 ::arrow::Result<matrix::unique_array> to_vantro(const std::shared_ptr<::arrow::Table>& table);
 
+// The same conversion, consuming the table: each Arrow column is released as soon as it is
+// converted, so peak memory stays near one table's worth instead of two. A fixed-width column
+// of one chunk without nulls that nothing else references is not copied: the host array takes
+// over its values buffer. Columns still referenced elsewhere (the table or its arrays shared
+// with another holder) are copied, exactly as by the overload above; the table pointer is
+// null afterwards, whatever the result.
+::arrow::Result<matrix::unique_array> to_vantro(std::shared_ptr<::arrow::Table>&& table);
+
 // One Arrow array as one host column (R rows).
 ::arrow::Result<matrix::unique_array> to_vantro(const std::shared_ptr<::arrow::Array>& array);
 
 // A host table (structure, or object "table", with "Names" and "Columns") as an Arrow table.
 // A malformed table gives an Invalid status that says what is wrong and where.
 ::arrow::Result<std::shared_ptr<::arrow::Table>> to_arrow_table(const vxArray_tag* table);
+
+// The same conversion without copying fixed-width values: numeric columns, the ticks of
+// datetime and duration objects (64-bit Arrow types) and categorical codes become Arrow
+// buffers that point into the host arrays. Lifetime rule: the Arrow table (and every array,
+// buffer or slice taken from it) is valid only while the host table lives and none of its
+// arrays is changed; release it before the host table goes. Meant for a caller that consumes
+// the Arrow table at once, such as a Parquet write.
+::arrow::Result<std::shared_ptr<::arrow::Table>> to_arrow_table_view(const vxArray_tag* table);
 
 // The host type name that a column of this Arrow type converts to ("double", "string",
 // "datetime", "table", ...), or nothing when the host does not support the type.

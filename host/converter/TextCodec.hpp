@@ -16,6 +16,11 @@ bool IsAscii(const char16_t* data, size_t size);
 void WidenAscii(const uint8_t* data, size_t size, char16_t* out);
 void NarrowAscii(const char16_t* data, size_t size, uint8_t* out);
 
+// One pass that copies and checks at once: widens (narrows) byte for unit while the input is
+// ASCII. Returns false, leaving `out` partly written, as soon as a non-ASCII value shows up.
+bool WidenIfAscii(const uint8_t* data, size_t size, char16_t* out);
+bool NarrowIfAscii(const char16_t* data, size_t size, uint8_t* out);
+
 // The number of UTF-16 units that Utf8ToUtf16 writes for these bytes.
 size_t Utf16Length(const uint8_t* data, size_t size);
 // Writes exactly Utf16Length(data, size) units; returns that count.

@@ -2,6 +2,9 @@
 //
 // Every host column is checked before it is read: a malformed table gives an Invalid status
 // that names the column (or the path into nested tables) and what is wrong with it.
+//
+// Fixed-width values are either copied into Arrow buffers or, for to_arrow_table_view,
+// borrowed: the Arrow buffer then points into the host array.
 #include <cmath>
 #include <cstring>
 #include <functional>
@@ -30,7 +33,10 @@ using ::arrow::Status;
 using ArrayPtr = std::shared_ptr<::arrow::Array>;
 using BufferPtr = std::shared_ptr<Buffer>;
 
-Result<ArrayPtr> ToArrowColumn(const vxArray* column, const std::string& where);
+// Whether fixed-width values are copied into Arrow's memory or borrowed from the host arrays.
+enum class Values { kCopy, kBorrow };
+
+Result<ArrayPtr> ToArrowColumn(const vxArray* column, const std::string& where, Values values);
 
 // A host table read and checked: names, columns and the common height.
 struct HostTable {
@@ -128,6 +134,12 @@ Result<BufferPtr> CopyBuffer(const void* data, int64_t bytes) {
   return BufferPtr(std::move(buffer));
 }
 
+// Host data as an Arrow buffer: a copy, or a read-only view that does not own the memory.
+Result<BufferPtr> ValuesBuffer(const void* data, int64_t bytes, Values values) {
+  if (values == Values::kCopy) return CopyBuffer(data, bytes);
+  return std::make_shared<Buffer>(static_cast<const uint8_t*>(data), bytes);
+}
+
 // The Missing mask of an object, checked against the row count.
 Result<const vxLogical*> MissingOf(const vxArray* object, int64_t rows, const std::string& where) {
   const vxArray* missing = vxGetField(object, 0, host::kMissing);
@@ -177,19 +189,41 @@ std::shared_ptr<DataType> ArrowTypeOfClass(vxClassID id) {
   }
 }
 
+// Whether any value is NaN. Blocks of a fixed size without an early exit inside let the
+// compiler check several values per instruction; most columns have no NaN at all.
+template <typename T>
+bool AnyNaN(const T* values, int64_t rows) {
+  constexpr int64_t kBlock = 64;
+  int64_t i = 0;
+  for (; i + kBlock <= rows; i += kBlock) {
+    bool any = false;
+    for (int64_t k = 0; k < kBlock; ++k) any |= values[i + k] != values[i + k];
+    if (any) return true;
+  }
+  for (; i < rows; ++i) {
+    if (std::isnan(values[i])) return true;
+  }
+  return false;
+}
+
 // NaN is the host's missing value for floating point, so it comes back as null.
 template <typename T>
 Result<BufferPtr> NaNBitmap(const T* values, int64_t rows, int64_t* nullCount) {
+  if (!AnyNaN(values, rows)) {
+    *nullCount = 0;
+    return BufferPtr();
+  }
   return ValidityBitmap(
       rows, [values](int64_t i) { return std::isnan(values[i]); }, nullCount);
 }
 
-Result<ArrayPtr> NumericToArrow(const vxArray* column) {
+Result<ArrayPtr> NumericToArrow(const vxArray* column, Values mode) {
   const vxClassID id = vxGetClassID(column);
   const auto rows = static_cast<int64_t>(vxGetNumberOfElements(column));
   const auto type = ArrowTypeOfClass(id);
+  // Borrowed values hold NaN where the bitmap says null, exactly as a copy would.
   ARROW_ASSIGN_OR_RAISE(auto values,
-                        CopyBuffer(vxGetData(column), rows * vxGetElementSize(column)));
+                        ValuesBuffer(vxGetData(column), rows * vxGetElementSize(column), mode));
   BufferPtr validity;
   int64_t nullCount = 0;
   if (id == vxDOUBLE_CLASS) {
@@ -279,8 +313,31 @@ Result<StringObject> ReadStringObject(const vxArray* object, const std::string& 
   return strings;
 }
 
+// The rows of a string object lie back to back in Data (row i ends where row i+1 starts), so
+// ASCII text narrows as one block, checked while it is copied, and the offsets only shift.
+// Null when the text is not ASCII.
+Result<ArrayPtr> AsciiStringsToArrow(const StringObject& strings) {
+  const uint64_t first = strings.offsets[0];
+  const uint64_t bytes = strings.offsets[strings.rows] - first;
+  if (bytes > static_cast<uint64_t>(std::numeric_limits<int32_t>::max())) return nullptr;
+  ARROW_ASSIGN_OR_RAISE(auto data, ::arrow::AllocateBuffer(static_cast<int64_t>(bytes)));
+  if (!text::NarrowIfAscii(strings.units + first, bytes, data->mutable_data())) return nullptr;
+  ARROW_ASSIGN_OR_RAISE(auto offsets,
+                        ::arrow::AllocateBuffer((strings.rows + 1) * sizeof(int32_t)));
+  auto* offset = reinterpret_cast<int32_t*>(offsets->mutable_data());
+  for (int64_t i = 0; i <= strings.rows; ++i) {
+    offset[i] = static_cast<int32_t>(strings.offsets[i] - first);
+  }
+  int64_t nullCount = 0;
+  ARROW_ASSIGN_OR_RAISE(auto validity, BitmapFromMask(strings.missing, strings.rows, &nullCount));
+  return ::arrow::MakeArray(::arrow::ArrayData::Make(
+      ::arrow::utf8(), strings.rows, {validity, std::move(offsets), std::move(data)}, nullCount));
+}
+
 Result<ArrayPtr> StringObjectToArrow(const vxArray* object, const std::string& where) {
   ARROW_ASSIGN_OR_RAISE(const auto strings, ReadStringObject(object, where));
+  ARROW_ASSIGN_OR_RAISE(auto ascii, AsciiStringsToArrow(strings));
+  if (ascii != nullptr) return ascii;
   const auto row = [&strings](int64_t i) {
     return std::make_pair(strings.units + strings.offsets[i],
                           static_cast<size_t>(strings.offsets[i + 1] - strings.offsets[i]));
@@ -335,7 +392,7 @@ Result<std::shared_ptr<DataType>> TemporalType(const vxArray* object, const std:
                          unitName, "' has no Arrow type");
 }
 
-Result<ArrayPtr> TemporalToArrow(const vxArray* object, const std::string& where) {
+Result<ArrayPtr> TemporalToArrow(const vxArray* object, const std::string& where, Values mode) {
   ARROW_ASSIGN_OR_RAISE(const int64_t rows, ColumnHeight(object, where));
   ARROW_ASSIGN_OR_RAISE(auto type, TemporalType(object, where));
   ARROW_ASSIGN_OR_RAISE(const vxLogical* missing, MissingOf(object, rows, where));
@@ -354,7 +411,7 @@ Result<ArrayPtr> TemporalToArrow(const vxArray* object, const std::string& where
     }
     values = std::move(narrow);
   } else {
-    ARROW_ASSIGN_OR_RAISE(values, CopyBuffer(ticks, rows * sizeof(int64_t)));
+    ARROW_ASSIGN_OR_RAISE(values, ValuesBuffer(ticks, rows * sizeof(int64_t), mode));
   }
   int64_t nullCount = 0;
   ARROW_ASSIGN_OR_RAISE(auto validity, BitmapFromMask(missing, rows, &nullCount));
@@ -364,7 +421,7 @@ Result<ArrayPtr> TemporalToArrow(const vxArray* object, const std::string& where
 
 // ---- categorical -----------------------------------------------------------------------
 
-Result<ArrayPtr> CategoricalToArrow(const vxArray* object, const std::string& where) {
+Result<ArrayPtr> CategoricalToArrow(const vxArray* object, const std::string& where, Values mode) {
   ARROW_ASSIGN_OR_RAISE(const int64_t rows, ColumnHeight(object, where));
   const vxArray* codes = vxGetField(object, 0, host::kCodes);
   const vxArray* categories = vxGetField(object, 0, host::kCategories);
@@ -377,7 +434,8 @@ Result<ArrayPtr> CategoricalToArrow(const vxArray* object, const std::string& wh
   const bool ordered = orderedField != nullptr && vxGetClassID(orderedField) == vxLOGICAL_CLASS &&
                        !vxIsEmpty(orderedField) && vxGetLogicals(orderedField)[0];
   const auto indexType = ArrowTypeOfClass(vxGetClassID(codes));
-  ARROW_ASSIGN_OR_RAISE(auto values, CopyBuffer(vxGetData(codes), rows * vxGetElementSize(codes)));
+  ARROW_ASSIGN_OR_RAISE(auto values,
+                        ValuesBuffer(vxGetData(codes), rows * vxGetElementSize(codes), mode));
   int64_t nullCount = 0;
   ARROW_ASSIGN_OR_RAISE(auto validity, BitmapFromMask(missing, rows, &nullCount));
   auto indices = ::arrow::MakeArray(
@@ -391,11 +449,12 @@ Result<ArrayPtr> CategoricalToArrow(const vxArray* object, const std::string& wh
 
 // ---- nested tables ---------------------------------------------------------------------
 
-Result<ArrayVector> ColumnsToArrow(const HostTable& table, const std::string& where);
+Result<ArrayVector> ColumnsToArrow(const HostTable& table, const std::string& where, Values values);
 
-Result<ArrayPtr> NestedTableToArrow(const vxArray* object, const std::string& where) {
+Result<ArrayPtr> NestedTableToArrow(const vxArray* object, const std::string& where,
+                                    Values values) {
   ARROW_ASSIGN_OR_RAISE(auto table, ReadTable(object, where));
-  ARROW_ASSIGN_OR_RAISE(auto children, ColumnsToArrow(table, where));
+  ARROW_ASSIGN_OR_RAISE(auto children, ColumnsToArrow(table, where, values));
   ::arrow::FieldVector fields;
   for (size_t i = 0; i < children.size(); ++i) {
     fields.push_back(::arrow::field(table.names[i], children[i]->type()));
@@ -463,6 +522,15 @@ bool IsCellType(const DataType& type) {
 }
 
 using ElementConverter = std::function<Result<ArrayPtr>(const vxArray*, const std::string&)>;
+
+// Elements are concatenated into new buffers anyway, so they are read as copies.
+Result<ArrayPtr> ElementToArrow(const vxArray* element, const std::string& where) {
+  return ToArrowColumn(element, where, Values::kCopy);
+}
+
+Result<ArrayPtr> EntryTableToArrow(const vxArray* element, const std::string& where) {
+  return NestedTableToArrow(element, where, Values::kCopy);
+}
 
 // Converts every non-null element and checks that they all share one Arrow type. A cell of
 // nothing but nulls has no type of its own; it takes the type of its neighbours.
@@ -542,7 +610,7 @@ Result<ArrayPtr> Flatten(const ArrayVector& elements, const std::shared_ptr<Data
 
 Result<ArrayPtr> ListCellToArrow(const vxArray* cell, const std::string& where) {
   std::shared_ptr<DataType> valueType;
-  ARROW_ASSIGN_OR_RAISE(auto elements, ConvertElements(cell, where, &valueType, ToArrowColumn));
+  ARROW_ASSIGN_OR_RAISE(auto elements, ConvertElements(cell, where, &valueType, ElementToArrow));
   ARROW_ASSIGN_OR_RAISE(auto values, Flatten(elements, valueType));
   ARROW_ASSIGN_OR_RAISE(auto offsets, ListOffsets(cell, elements));
   int64_t nullCount = 0;
@@ -556,8 +624,8 @@ Result<ArrayPtr> ListCellToArrow(const vxArray* cell, const std::string& where) 
 // Each element is a table of "Key" and "Value": it converts as a struct of two fields.
 Result<ArrayPtr> MapCellToArrow(const vxArray* cell, const std::string& where) {
   std::shared_ptr<DataType> entryType;
-  ARROW_ASSIGN_OR_RAISE(auto elements, ConvertElements(cell, where, &entryType,
-                                                       ElementConverter(NestedTableToArrow)));
+  ARROW_ASSIGN_OR_RAISE(
+      auto elements, ConvertElements(cell, where, &entryType, ElementConverter(EntryTableToArrow)));
   ARROW_ASSIGN_OR_RAISE(auto entries, Flatten(elements, entryType));
   const auto& entryStruct = static_cast<const ::arrow::StructArray&>(*entries);
   if (entryStruct.field(0)->null_count() > 0) {
@@ -583,17 +651,17 @@ Result<ArrayPtr> CellToArrow(const vxArray* cell, const std::string& where) {
 
 // ---- columns and tables ----------------------------------------------------------------
 
-Result<ArrayPtr> ToArrowColumn(const vxArray* column, const std::string& where) {
+Result<ArrayPtr> ToArrowColumn(const vxArray* column, const std::string& where, Values values) {
   ARROW_RETURN_NOT_OK(ColumnHeight(column, where));
   const vxClassID id = vxGetClassID(column);
-  if (IsNumericClass(id)) return NumericToArrow(column);
+  if (IsNumericClass(id)) return NumericToArrow(column, values);
   if (id == vxLOGICAL_CLASS) return LogicalToArrow(column);
   if (id == vxCHAR_CLASS) return CharMatrixToArrow(column);
   if (id == vxCELL_CLASS) return CellToArrow(column, where);
   if (host::IsObject(column, host::kString)) return StringObjectToArrow(column, where);
-  if (host::IsObject(column, host::kCategorical)) return CategoricalToArrow(column, where);
-  if (host::IsObject(column, host::kTable)) return NestedTableToArrow(column, where);
-  return TemporalToArrow(column, where);  // ColumnHeight admitted nothing else
+  if (host::IsObject(column, host::kCategorical)) return CategoricalToArrow(column, where, values);
+  if (host::IsObject(column, host::kTable)) return NestedTableToArrow(column, where, values);
+  return TemporalToArrow(column, where, values);  // ColumnHeight admitted nothing else
 }
 
 Result<HostTable> ReadTable(const vxArray* table, const std::string& where) {
@@ -654,11 +722,12 @@ void ParallelFor(size_t count, Work work) {
   arena.execute([&] { tbb::parallel_for(size_t{0}, count, [&](size_t i) { work(i); }); });
 }
 
-Result<ArrayVector> ColumnsToArrow(const HostTable& table, const std::string& where) {
+Result<ArrayVector> ColumnsToArrow(const HostTable& table, const std::string& where,
+                                   Values values) {
   ArrayVector arrays(table.columns.size());
   std::vector<Status> statuses(table.columns.size());
   ParallelFor(table.columns.size(), [&](size_t i) {
-    auto converted = ToArrowColumn(table.columns[i], where + "." + table.names[i]);
+    auto converted = ToArrowColumn(table.columns[i], where + "." + table.names[i], values);
     if (converted.ok()) {
       arrays[i] = std::move(converted).ValueUnsafe();
     } else {
@@ -669,16 +738,24 @@ Result<ArrayVector> ColumnsToArrow(const HostTable& table, const std::string& wh
   return arrays;
 }
 
-}  // namespace
-
-::arrow::Result<std::shared_ptr<::arrow::Table>> to_arrow_table(const vxArray_tag* table) {
+Result<std::shared_ptr<::arrow::Table>> TableToArrow(const vxArray* table, Values values) {
   ARROW_ASSIGN_OR_RAISE(auto host, ReadTable(table, "table"));
-  ARROW_ASSIGN_OR_RAISE(auto arrays, ColumnsToArrow(host, "table"));
+  ARROW_ASSIGN_OR_RAISE(auto arrays, ColumnsToArrow(host, "table", values));
   ::arrow::FieldVector fields;
   for (size_t i = 0; i < arrays.size(); ++i) {
     fields.push_back(::arrow::field(host.names[i], arrays[i]->type()));
   }
   return ::arrow::Table::Make(::arrow::schema(fields), arrays, host.rows);
+}
+
+}  // namespace
+
+::arrow::Result<std::shared_ptr<::arrow::Table>> to_arrow_table(const vxArray_tag* table) {
+  return TableToArrow(table, Values::kCopy);
+}
+
+::arrow::Result<std::shared_ptr<::arrow::Table>> to_arrow_table_view(const vxArray_tag* table) {
+  return TableToArrow(table, Values::kBorrow);
 }
 
 }  // namespace vantro::io::arrow::core

@@ -1,7 +1,9 @@
 // Arrow values to host values.
 //
 // A column arrives as its chunks; every converter writes each chunk straight into its slice
-// of one preallocated host array, so multi-chunk columns are never concatenated first.
+// of one preallocated host array, so multi-chunk columns are never concatenated first. When
+// the converter holds the last reference to a column, a fixed-width chunk without nulls is not
+// copied at all: its values buffer becomes the host array's memory.
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -25,6 +27,7 @@ namespace {
 
 using ::arrow::Array;
 using ::arrow::ArrayVector;
+using ::arrow::Buffer;
 using ::arrow::DataType;
 using ::arrow::Result;
 using ::arrow::Status;
@@ -33,7 +36,13 @@ using matrix::unique_array;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-Result<unique_array> ConvertColumn(const ArrayVector& chunks, const DataType& type, int64_t length);
+// Whether the converter holds the only references to a column's chunks. Only then may their
+// buffers become host arrays: host arrays are mutable, and an Arrow buffer must not change
+// under anyone else who can see it.
+enum class Chunks { kShared, kExclusive };
+
+Result<unique_array> ConvertColumn(const ArrayVector& chunks, const DataType& type, int64_t length,
+                                   Chunks ownership = Chunks::kShared);
 
 bool HasNulls(const ArrayVector& chunks) {
   for (const auto& chunk : chunks) {
@@ -84,10 +93,45 @@ Result<unique_array> ToDoubleWithNaN(const ArrayVector& chunks, int64_t length, 
   return column;
 }
 
+// The values buffer of a lone chunk without nulls when it may become host memory as it is:
+// nothing else holds the chunk, its data or the buffer, the buffer is a block of its own (not
+// a view into another buffer, which its parent would still share) in writable CPU memory, and
+// the values are aligned for their type. Otherwise null: the values are copied.
+std::shared_ptr<Buffer> AdoptableValues(const ArrayVector& chunks, int64_t width,
+                                        Chunks ownership) {
+  if (ownership != Chunks::kExclusive || chunks.size() != 1) return nullptr;
+  const auto& chunk = chunks[0];
+  if (chunk.use_count() != 1 || chunk->data().use_count() != 1 || chunk->null_count() != 0) {
+    return nullptr;
+  }
+  const auto& buffer = chunk->data()->buffers[1];
+  if (buffer == nullptr || buffer.use_count() != 1 || buffer->parent() != nullptr ||
+      !buffer->is_mutable() || !buffer->is_cpu()) {
+    return nullptr;
+  }
+  const int64_t offset = chunk->offset() * width;
+  if (buffer->size() < offset + chunk->length() * width ||
+      reinterpret_cast<uintptr_t>(buffer->data() + offset) % width != 0) {
+    return nullptr;
+  }
+  return buffer;
+}
+
+// A host column over the chunk's own values buffer; the host array keeps the buffer alive.
+Result<unique_array> AdoptValues(std::shared_ptr<Buffer> buffer, const Array& chunk, int64_t width,
+                                 vxClassID classID) {
+  uint8_t* values = buffer->mutable_data() + chunk.offset() * width;
+  return host::Allocated(
+      matrix::adoptNumeric(chunk.length(), 1, classID, values, std::move(buffer)).release());
+}
+
 template <typename CType>
-Result<unique_array> ConvertFixedWidth(const ArrayVector& chunks, int64_t length,
-                                       vxClassID classID) {
+Result<unique_array> ConvertFixedWidth(const ArrayVector& chunks, int64_t length, vxClassID classID,
+                                       Chunks ownership) {
   constexpr bool kFloating = std::is_floating_point_v<CType>;
+  if (auto buffer = AdoptableValues(chunks, sizeof(CType), ownership)) {
+    return AdoptValues(std::move(buffer), *chunks[0], sizeof(CType), classID);
+  }
   if (!kFloating && HasNulls(chunks)) {
     return ToDoubleWithNaN(chunks, length, [](const Array& chunk, int64_t i) {
       return static_cast<double>(chunk.data()->GetValues<CType>(1)[i]);
@@ -205,14 +249,45 @@ size_t CountUnits(const ArrayVector& chunks, std::vector<bool>& ascii) {
   return units;
 }
 
+// Row offsets of an ASCII chunk: its byte offsets, shifted to where the chunk starts in Data.
 template <typename Offset>
-Result<unique_array> ConvertStringsOf(const ArrayVector& chunks, int64_t length) {
+void ShiftOffsets(const StringChunk<Offset>& strings, uint64_t position, uint64_t* unitOffsets) {
+  const Offset base = strings.offsets[0];
+  for (int64_t i = 1; i <= strings.length; ++i) {
+    unitOffsets[i] = position + static_cast<uint64_t>(strings.offsets[i] - base);
+  }
+}
+
+// The common case of ASCII text in one pass: a byte is a unit, so Data is sized from the bytes
+// and each chunk is widened and checked at once. Null when some chunk is not ASCII.
+template <typename Offset>
+Result<unique_array> WidenAsciiData(const ArrayVector& chunks, uint64_t* unitOffsets) {
+  size_t bytes = 0;
+  for (const auto& chunk : chunks) bytes += StringChunk<Offset>(*chunk).bytes();
+  ARROW_ASSIGN_OR_RAISE(auto data, host::Allocated(vxCreateUninitCharArray(1, bytes)));
+  auto* chars = reinterpret_cast<char16_t*>(vxGetChars(data.get()));
+  uint64_t position = 0;
+  int64_t row = 0;
+  unitOffsets[0] = 0;
+  for (const auto& chunk : chunks) {
+    const StringChunk<Offset> strings(*chunk);
+    if (!text::WidenIfAscii(strings.begin(), strings.bytes(), chars + position)) {
+      return unique_array();
+    }
+    ShiftOffsets(strings, position, unitOffsets + row);
+    position += strings.bytes();
+    row += strings.length;
+  }
+  return data;
+}
+
+// Any text: the units are counted first (pass one), so that Data is allocated exactly once.
+template <typename Offset>
+Result<unique_array> DecodeData(const ArrayVector& chunks, uint64_t* unitOffsets) {
   std::vector<bool> ascii;
   const size_t units = CountUnits<Offset>(chunks, ascii);
-  ARROW_ASSIGN_OR_RAISE(auto data, host::Allocated(vxCreateCharArray(1, units)));
-  ARROW_ASSIGN_OR_RAISE(auto offsets, NewColumn(length + 1, vxUINT64_CLASS));
+  ARROW_ASSIGN_OR_RAISE(auto data, host::Allocated(vxCreateUninitCharArray(1, units)));
   auto* chars = reinterpret_cast<char16_t*>(vxGetChars(data.get()));
-  auto* unitOffsets = static_cast<uint64_t*>(vxGetData(offsets.get()));
   uint64_t position = 0;
   int64_t row = 0;
   unitOffsets[0] = 0;
@@ -221,10 +296,7 @@ Result<unique_array> ConvertStringsOf(const ArrayVector& chunks, int64_t length)
     if (ascii[c]) {
       // One widening copy for the whole chunk; offsets only shift.
       text::WidenAscii(strings.begin(), strings.bytes(), chars + position);
-      const Offset base = strings.offsets[0];
-      for (int64_t i = 1; i <= strings.length; ++i) {
-        unitOffsets[row + i] = position + static_cast<uint64_t>(strings.offsets[i] - base);
-      }
+      ShiftOffsets(strings, position, unitOffsets + row);
       position += strings.bytes();
     } else {
       for (int64_t i = 0; i < strings.length; ++i) {
@@ -233,6 +305,17 @@ Result<unique_array> ConvertStringsOf(const ArrayVector& chunks, int64_t length)
       }
     }
     row += strings.length;
+  }
+  return data;
+}
+
+template <typename Offset>
+Result<unique_array> ConvertStringsOf(const ArrayVector& chunks, int64_t length) {
+  ARROW_ASSIGN_OR_RAISE(auto offsets, NewColumn(length + 1, vxUINT64_CLASS));
+  auto* unitOffsets = static_cast<uint64_t*>(vxGetData(offsets.get()));
+  ARROW_ASSIGN_OR_RAISE(auto data, WidenAsciiData<Offset>(chunks, unitOffsets));
+  if (data == nullptr) {
+    ARROW_ASSIGN_OR_RAISE(data, DecodeData<Offset>(chunks, unitOffsets));
   }
   ARROW_ASSIGN_OR_RAISE(auto missing, MissingMask(chunks, length));
   std::vector<host::Field> fields;
@@ -326,10 +409,16 @@ TemporalLayout LayoutOf(const DataType& type) {
   }
 }
 
-Result<unique_array> TicksOf(const ArrayVector& chunks, const DataType& type, int64_t length) {
+Result<unique_array> TicksOf(const ArrayVector& chunks, const DataType& type, int64_t length,
+                             Chunks ownership) {
+  const bool narrow = type.id() == Type::DATE32 || type.id() == Type::TIME32;
+  if (!narrow) {
+    if (auto buffer = AdoptableValues(chunks, sizeof(int64_t), ownership)) {
+      return AdoptValues(std::move(buffer), *chunks[0], sizeof(int64_t), vxINT64_CLASS);
+    }
+  }
   ARROW_ASSIGN_OR_RAISE(auto ticks, NewColumn(length, vxINT64_CLASS));
   auto* out = static_cast<int64_t*>(vxGetData(ticks.get()));
-  const bool narrow = type.id() == Type::DATE32 || type.id() == Type::TIME32;
   for (const auto& chunk : chunks) {
     if (narrow) {
       const int32_t* values = chunk->data()->GetValues<int32_t>(1);
@@ -349,10 +438,10 @@ Result<unique_array> TicksOf(const ArrayVector& chunks, const DataType& type, in
 }
 
 Result<unique_array> ConvertTemporal(const ArrayVector& chunks, const DataType& type,
-                                     int64_t length) {
+                                     int64_t length, Chunks ownership) {
   const TemporalLayout layout = LayoutOf(type);
   std::vector<host::Field> fields;
-  ARROW_ASSIGN_OR_RAISE(auto ticks, TicksOf(chunks, type, length));
+  ARROW_ASSIGN_OR_RAISE(auto ticks, TicksOf(chunks, type, length, ownership));
   fields.emplace_back(host::kTicks, std::move(ticks));
   ARROW_ASSIGN_OR_RAISE(auto unit, host::MakeText(layout.unit));
   fields.emplace_back(host::kUnit, std::move(unit));
@@ -573,33 +662,33 @@ Result<unique_array> ConvertStruct(const ArrayVector& chunks, const DataType& ty
   return host::MakeTable(names, std::move(columns));
 }
 
-Result<unique_array> ConvertColumn(const ArrayVector& chunks, const DataType& type,
-                                   int64_t length) {
+Result<unique_array> ConvertColumn(const ArrayVector& chunks, const DataType& type, int64_t length,
+                                   Chunks ownership) {
   switch (type.id()) {
     case Type::BOOL:
       return ConvertBoolean(chunks, length);
     case Type::INT8:
-      return ConvertFixedWidth<int8_t>(chunks, length, vxINT8_CLASS);
+      return ConvertFixedWidth<int8_t>(chunks, length, vxINT8_CLASS, ownership);
     case Type::UINT8:
-      return ConvertFixedWidth<uint8_t>(chunks, length, vxUINT8_CLASS);
+      return ConvertFixedWidth<uint8_t>(chunks, length, vxUINT8_CLASS, ownership);
     case Type::INT16:
-      return ConvertFixedWidth<int16_t>(chunks, length, vxINT16_CLASS);
+      return ConvertFixedWidth<int16_t>(chunks, length, vxINT16_CLASS, ownership);
     case Type::UINT16:
-      return ConvertFixedWidth<uint16_t>(chunks, length, vxUINT16_CLASS);
+      return ConvertFixedWidth<uint16_t>(chunks, length, vxUINT16_CLASS, ownership);
     case Type::INT32:
-      return ConvertFixedWidth<int32_t>(chunks, length, vxINT32_CLASS);
+      return ConvertFixedWidth<int32_t>(chunks, length, vxINT32_CLASS, ownership);
     case Type::UINT32:
-      return ConvertFixedWidth<uint32_t>(chunks, length, vxUINT32_CLASS);
+      return ConvertFixedWidth<uint32_t>(chunks, length, vxUINT32_CLASS, ownership);
     case Type::INT64:
-      return ConvertFixedWidth<int64_t>(chunks, length, vxINT64_CLASS);
+      return ConvertFixedWidth<int64_t>(chunks, length, vxINT64_CLASS, ownership);
     case Type::UINT64:
-      return ConvertFixedWidth<uint64_t>(chunks, length, vxUINT64_CLASS);
+      return ConvertFixedWidth<uint64_t>(chunks, length, vxUINT64_CLASS, ownership);
     case Type::HALF_FLOAT:
       return ConvertHalfFloat(chunks, length);
     case Type::FLOAT:
-      return ConvertFixedWidth<float>(chunks, length, vxSINGLE_CLASS);
+      return ConvertFixedWidth<float>(chunks, length, vxSINGLE_CLASS, ownership);
     case Type::DOUBLE:
-      return ConvertFixedWidth<double>(chunks, length, vxDOUBLE_CLASS);
+      return ConvertFixedWidth<double>(chunks, length, vxDOUBLE_CLASS, ownership);
     case Type::DECIMAL128:
       return ConvertDecimal<::arrow::Decimal128Array, ::arrow::Decimal128>(
           chunks, length, static_cast<const ::arrow::DecimalType&>(type).scale());
@@ -621,7 +710,7 @@ Result<unique_array> ConvertColumn(const ArrayVector& chunks, const DataType& ty
     case Type::TIME32:
     case Type::TIME64:
     case Type::DURATION:
-      return ConvertTemporal(chunks, type, length);
+      return ConvertTemporal(chunks, type, length, ownership);
     case Type::DICTIONARY: {
       const auto valueId = static_cast<const ::arrow::DictionaryType&>(type).value_type()->id();
       if (valueId == Type::STRING || valueId == Type::LARGE_STRING) {
@@ -739,29 +828,58 @@ std::optional<std::string> to_vantro_datatype(const std::shared_ptr<::arrow::Dat
   }
 }
 
-::arrow::Result<matrix::unique_array> to_vantro(const std::shared_ptr<::arrow::Table>& table) {
-  if (table == nullptr) return host::MakeTable({}, {});
-  const int count = table->num_columns();
+namespace {
+
+// The column names of a table whose every column the host supports.
+Result<std::vector<std::string>> SupportedColumnNames(const ::arrow::Schema& schema) {
   std::vector<std::string> names;
-  for (int i = 0; i < count; ++i) {
-    names.push_back(table->field(i)->name());
-    if (!to_vantro_datatype(table->field(i)->type())) {
-      return UnsupportedColumn(names.back(), table->field(i)->type());
-    }
+  for (const auto& field : schema.fields()) {
+    names.push_back(field->name());
+    if (!to_vantro_datatype(field->type())) return UnsupportedColumn(field->name(), field->type());
   }
-  std::vector<unique_array> columns(count);
-  std::vector<Status> statuses(count);
-  ParallelFor(count, [&](size_t i) {
-    const auto& column = table->column(static_cast<int>(i));
-    auto converted = ConvertColumn(column->chunks(), *column->type(), column->length());
-    if (converted.ok()) {
-      columns[i] = std::move(converted).ValueUnsafe();
+  return names;
+}
+
+// Converts each column and drops this function's reference to it as soon as it is done. A
+// column that nobody else references (use count one) may lend its buffers to the host table
+// and is freed right after its conversion, so the Arrow table never stays whole beside the
+// host table.
+Result<unique_array> ConvertColumns(const std::vector<std::string>& names,
+                                    ::arrow::ChunkedArrayVector columns) {
+  std::vector<unique_array> converted(columns.size());
+  std::vector<Status> statuses(columns.size());
+  ParallelFor(columns.size(), [&](size_t i) {
+    std::shared_ptr<::arrow::ChunkedArray> column = std::move(columns[i]);
+    const Chunks ownership = column.use_count() == 1 ? Chunks::kExclusive : Chunks::kShared;
+    auto result = ConvertColumn(column->chunks(), *column->type(), column->length(), ownership);
+    column.reset();
+    if (result.ok()) {
+      converted[i] = std::move(result).ValueUnsafe();
     } else {
-      statuses[i] = converted.status();
+      statuses[i] = result.status();
     }
   });
   for (const auto& status : statuses) ARROW_RETURN_NOT_OK(status);
-  return host::MakeTable(names, std::move(columns));
+  return host::MakeTable(names, std::move(converted));
+}
+
+}  // namespace
+
+::arrow::Result<matrix::unique_array> to_vantro(const std::shared_ptr<::arrow::Table>& table) {
+  if (table == nullptr) return host::MakeTable({}, {});
+  ARROW_ASSIGN_OR_RAISE(auto names, SupportedColumnNames(*table->schema()));
+  // The table still holds every column, so none is converted in place.
+  return ConvertColumns(names, table->columns());
+}
+
+::arrow::Result<matrix::unique_array> to_vantro(std::shared_ptr<::arrow::Table>&& table) {
+  if (table == nullptr) return host::MakeTable({}, {});
+  ARROW_ASSIGN_OR_RAISE(auto names, SupportedColumnNames(*table->schema()));
+  ::arrow::ChunkedArrayVector columns = table->columns();
+  // Dropping the table leaves this function the only holder of each column that nobody else
+  // shares; a table the caller still shares elsewhere keeps its columns, which are copied.
+  table.reset();
+  return ConvertColumns(names, std::move(columns));
 }
 
 ::arrow::Result<matrix::unique_array> to_vantro(const std::shared_ptr<::arrow::Array>& array) {

@@ -1,36 +1,63 @@
 // The host matrix API: a plain, single-allocation-per-array implementation.
 //
-// Numeric, logical and char arrays own one malloc'd block (calloc when the data must start
-// zeroed), so creating a column of any size costs one allocation and no per-element work.
+// Numeric, logical and char arrays own one block, so creating a column of any size costs one
+// allocation and no per-element work. Blocks come from Arrow's default memory pool: its
+// allocator keeps freed pages for reuse, so converting column after column does not fault in
+// fresh pages from the kernel each time (malloc maps and unmaps large blocks on every call).
+// A numeric array may instead sit on memory that someone else owns (see vxCreateNumericMatrixOver).
 // Cells own their elements; structures keep one value slot per (element, field).
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <mutex>
 #include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include <arrow/memory_pool.h>
+
 #include "host/except/MessageCatalog.hpp"
 #include "host/matrix/Matrix.hpp"
 #include "host/unicode/ustring.hpp"
+
+namespace {
+
+arrow::MemoryPool* dataPool() { return arrow::default_memory_pool(); }
+
+// A block of the pool, or NULL when it has no memory left.
+void* allocateData(size_t bytes) {
+  if (bytes > static_cast<size_t>(std::numeric_limits<int64_t>::max())) return nullptr;
+  uint8_t* block = nullptr;
+  if (!dataPool()->Allocate(static_cast<int64_t>(bytes), &block).ok()) return nullptr;
+  return block;
+}
+
+}  // namespace
 
 struct vxArray_tag {
   vxClassID classID = vxUNKNOWN_CLASS;
   bool complex = false;
   size_t m = 0;
   size_t n = 0;
-  void* data = nullptr;                 // numeric, logical, char
+  void* data = nullptr;              // numeric, logical, char
+  size_t dataBytes = 0;              // size of the pool block at data; 0 when not ours
+  void (*release)(void*) = nullptr;  // for data owned elsewhere: called once on destroy
+  void* releaseContext = nullptr;
   std::vector<vxArray*> cells;          // cell elements, column-major
   std::vector<std::string> fieldNames;  // structures and objects
   std::vector<vxArray*> fieldValues;    // element-major: [element * nfields + field]
   std::string className;                // objects only
 
   ~vxArray_tag() {
-    std::free(data);
+    if (release != nullptr) {
+      release(releaseContext);
+    } else if (data != nullptr) {
+      dataPool()->Free(static_cast<uint8_t*>(data), static_cast<int64_t>(dataBytes));
+    }
     for (vxArray* cell : cells) vxDestroyArray(cell);
     for (vxArray* value : fieldValues) vxDestroyArray(value);
   }
@@ -82,8 +109,7 @@ vxArray* newArray(vxClassID classID, size_t m, size_t n) {
   return array;
 }
 
-// One block for the whole data; zeroed on request (calloc gets fresh pages from the kernel
-// already zeroed, so this is cheap even for large arrays).
+// One block for the whole data; zeroed on request.
 vxArray* newDataArray(vxClassID classID, size_t m, size_t n, bool complex, bool zeroed) {
   vxArray* array = newArray(classID, m, n);
   if (array == nullptr) return nullptr;
@@ -95,11 +121,13 @@ vxArray* newDataArray(vxClassID classID, size_t m, size_t n, bool complex, bool 
       delete array;
       return nullptr;
     }
-    array->data = zeroed ? std::calloc(count, width) : std::malloc(count * width);
+    array->data = allocateData(count * width);
     if (array->data == nullptr) {
       delete array;
       return nullptr;
     }
+    array->dataBytes = count * width;
+    if (zeroed) std::memset(array->data, 0, array->dataBytes);
   }
   return array;
 }
@@ -150,6 +178,21 @@ vxArray* vxCreateNumericMatrix(size_t m, size_t n, vxClassID classid, vxComplexi
 vxArray* vxCreateUninitNumericMatrix(size_t m, size_t n, vxClassID classid,
                                      vxComplexity complexity) {
   return createNumeric(m, n, classid, complexity, /*zeroed=*/false);
+}
+
+vxArray* vxCreateNumericMatrixOver(size_t m, size_t n, vxClassID classid, void* data,
+                                   void (*release)(void*), void* context) {
+  vxArray* array =
+      (isNumeric(classid) && (data != nullptr || m * n == 0)) ? newArray(classid, m, n) : nullptr;
+  if (array == nullptr) {
+    // The caller handed the data over: let it go even when no array could be made.
+    if (release != nullptr) release(context);
+    return nullptr;
+  }
+  array->data = data;
+  array->release = release;
+  array->releaseContext = context;
+  return array;
 }
 
 vxArray* vxCreateDoubleMatrix(size_t m, size_t n, vxComplexity complexity) {
@@ -211,6 +254,10 @@ vxArray* vxCreateCharArray(size_t m, size_t n) {
   return newDataArray(vxCHAR_CLASS, m, n, false, /*zeroed=*/true);
 }
 
+vxArray* vxCreateUninitCharArray(size_t m, size_t n) {
+  return newDataArray(vxCHAR_CLASS, m, n, false, /*zeroed=*/false);
+}
+
 void vxDestroyArray(vxArray* array) { delete array; }
 
 vxArray* vxDuplicateArray(const vxArray* array) {
@@ -222,11 +269,12 @@ vxArray* vxDuplicateArray(const vxArray* array) {
   copy->fieldNames = array->fieldNames;
   const size_t bytes = vxGetNumberOfElements(array) * vxGetElementSize(array);
   if (array->data != nullptr && bytes > 0) {
-    copy->data = std::malloc(bytes);
+    copy->data = allocateData(bytes);
     if (copy->data == nullptr) {
       delete copy;
       return nullptr;
     }
+    copy->dataBytes = bytes;
     std::memcpy(copy->data, array->data, bytes);
   }
   // Children are copied one by one; a failed copy leaves NULL, which destroy tolerates.
@@ -424,6 +472,14 @@ void vxWarningMsgId(const char* identifier, size_t nargs, const char* const* utf
 }  // extern "C"
 
 namespace matrix {
+
+unique_array adoptNumeric(size_t m, size_t n, vxClassID classID, void* data,
+                          std::shared_ptr<void> owner) {
+  auto* holder = new (std::nothrow) std::shared_ptr<void>(std::move(owner));
+  if (holder == nullptr) return nullptr;
+  const auto release = [](void* context) { delete static_cast<std::shared_ptr<void>*>(context); };
+  return unique_array(vxCreateNumericMatrixOver(m, n, classID, data, release, holder));
+}
 
 std::u16string toUString(const vxArray_tag* array) {
   if (array == nullptr || vxGetClassID(array) != vxCHAR_CLASS) {

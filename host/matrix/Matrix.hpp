@@ -17,6 +17,12 @@ namespace matrix {
 
 using unique_array = std::unique_ptr<vxArray_tag, detail::vxDestroy_deleter>;
 
+// A real numeric m-by-n array over data that `owner` keeps alive: the array holds a reference
+// to owner until it is destroyed. NULL when the host cannot make the array. The array may
+// write the data, so hand over only memory that nobody else reads.
+unique_array adoptNumeric(size_t m, size_t n, vxClassID classID, void* data,
+                          std::shared_ptr<void> owner);
+
 // Reads a char array as UTF-16; throws std::invalid_argument when array is not char.
 std::u16string toUString(const vxArray_tag* array);
 unique_array fromUString(const std::u16string& text);

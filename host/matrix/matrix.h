@@ -44,6 +44,13 @@ typedef bool vxLogical;
 vxArray* vxCreateNumericMatrix(size_t m, size_t n, vxClassID classid, vxComplexity complexity);
 vxArray* vxCreateUninitNumericMatrix(size_t m, size_t n, vxClassID classid,
                                      vxComplexity complexity);
+/* A real numeric array over data that the caller already holds, without copying it. The array
+   reads and writes the data in place; when it is destroyed it calls release(context) (if
+   release is not NULL) and never frees data itself. Copies made by vxDuplicateArray own their
+   data. Returns NULL (after calling release) when classid is not numeric or data is NULL
+   for a nonempty array. */
+vxArray* vxCreateNumericMatrixOver(size_t m, size_t n, vxClassID classid, void* data,
+                                   void (*release)(void*), void* context);
 vxArray* vxCreateDoubleMatrix(size_t m, size_t n, vxComplexity complexity);
 vxArray* vxCreateDoubleScalar(double value);
 vxArray* vxCreateLogicalMatrix(size_t m, size_t n);
@@ -58,8 +65,9 @@ vxArray* vxCreateObjectMatrix(size_t m, size_t n, const char* classname, int nfi
 /* A 1-by-n char row vector from UTF-16 units, or from UTF-8 text (invalid bytes become U+FFFD). */
 vxArray* vxCreateStringFromUTF16(const vxChar* units, size_t n);
 vxArray* vxCreateString(const char* utf8);
-/* An m-by-n char array, zero-filled. */
+/* An m-by-n char array, zero-filled; the "Uninit" form leaves the data as allocated. */
 vxArray* vxCreateCharArray(size_t m, size_t n);
+vxArray* vxCreateUninitCharArray(size_t m, size_t n);
 
 void vxDestroyArray(vxArray* array);
 vxArray* vxDuplicateArray(const vxArray* array);

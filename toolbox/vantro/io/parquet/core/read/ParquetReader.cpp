@@ -275,9 +275,10 @@ void ParquetReader::throwIfNestedDictionary(const std::shared_ptr<::arrow::Field
   }
 }
 
-matrix::unique_array ParquetReader::toHostTable(
-    const std::shared_ptr<::arrow::Table>& table) const {
-  auto result = ::vantro::io::arrow::core::to_vantro(table);
+matrix::unique_array ParquetReader::toHostTable(std::shared_ptr<::arrow::Table>&& table) const {
+  // The table is handed over: each column is freed once converted, and columns nobody else
+  // holds lend their buffers to the host table instead of being copied.
+  auto result = ::vantro::io::arrow::core::to_vantro(std::move(table));
   if (!result.ok()) {
     const ::arrow::Status& status = result.status();
     if (status.code() == ::arrow::StatusCode::TypeError) {

@@ -92,8 +92,9 @@ class ParquetReader {
   void throwIfNestedDictionary(const std::shared_ptr<::arrow::Field>& field, uint64_t depth,
                                const std::string& variableName, int variableIndex) const;
 
-  // The host table of an Arrow table; a null table stands for a reader without a file.
-  matrix::unique_array toHostTable(const std::shared_ptr<::arrow::Table>& table) const;
+  // The host table of an Arrow table, which it consumes; a null table stands for a reader
+  // without a file.
+  matrix::unique_array toHostTable(std::shared_ptr<::arrow::Table>&& table) const;
 
   // Runs an Arrow call, turning a Parquet exception that escapes it into a host error.
   ::arrow::Status guarded(const std::function<::arrow::Status()>& call) const;

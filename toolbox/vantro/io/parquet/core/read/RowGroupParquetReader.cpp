@@ -164,7 +164,7 @@ matrix::unique_array RowGroupParquetReader::readRowGroups(std::vector<double> ro
                                indices, mSelectedVariables.parquetColumnIndices, &table);
                          }),
                          mFilename);
-  return toHostTable(table);
+  return toHostTable(std::move(table));
 }
 
 matrix::unique_array RowGroupParquetReader::readall() {
@@ -182,7 +182,7 @@ matrix::unique_array RowGroupParquetReader::readFullFile() {
       guarded(
           [&] { return mFileReader->ReadTable(mSelectedVariables.parquetColumnIndices, &table); }),
       mFilename);
-  return toHostTable(table);
+  return toHostTable(std::move(table));
 }
 
 matrix::unique_array RowGroupParquetReader::serialize() const {

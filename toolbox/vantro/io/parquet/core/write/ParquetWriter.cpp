@@ -207,8 +207,10 @@ void ParquetWriter::require(bool condition, const std::string& message) const {
   if (!condition) throwWriteExceptIfNotOk(::arrow::Status::Invalid(message), mFilename);
 }
 
+// The Arrow table borrows the host table's fixed-width values: write() and writeRowGroups()
+// use it only while the host table they were given is alive, and keep none of it.
 std::shared_ptr<::arrow::Table> ParquetWriter::buildArrowTable(const vxArray_tag* table) {
-  auto result = vantro::io::arrow::core::to_arrow_table(table);
+  auto result = vantro::io::arrow::core::to_arrow_table_view(table);
   throwWriteExceptIfNotOk(result.status(), mFilename);
   return std::move(result).ValueUnsafe();
 }
