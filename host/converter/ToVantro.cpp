@@ -140,6 +140,7 @@ Result<unique_array> ConvertFixedWidth(const ArrayVector& chunks, int64_t length
   ARROW_ASSIGN_OR_RAISE(auto column, NewColumn(length, classID));
   auto* out = static_cast<CType*>(vxGetData(column.get()));
   for (const auto& chunk : chunks) {
+    if (chunk->length() == 0) continue;  // an empty chunk may have no buffer for memcpy
     std::memcpy(out, chunk->data()->GetValues<CType>(1), chunk->length() * sizeof(CType));
     if (kFloating && chunk->null_count() > 0) {
       for (int64_t i = 0; i < chunk->length(); ++i) {
@@ -420,6 +421,7 @@ Result<unique_array> TicksOf(const ArrayVector& chunks, const DataType& type, in
   ARROW_ASSIGN_OR_RAISE(auto ticks, NewColumn(length, vxINT64_CLASS));
   auto* out = static_cast<int64_t*>(vxGetData(ticks.get()));
   for (const auto& chunk : chunks) {
+    if (chunk->length() == 0) continue;  // an empty chunk may have no buffer for memcpy
     if (narrow) {
       const int32_t* values = chunk->data()->GetValues<int32_t>(1);
       std::copy_n(values, chunk->length(), out);
@@ -514,6 +516,7 @@ Result<unique_array> ConvertCategorical(const ArrayVector& input, const DataType
   for (const auto& chunk : chunks) {
     const auto& dictionary = static_cast<const ::arrow::DictionaryArray&>(*chunk);
     indices.push_back(dictionary.indices());
+    if (chunk->length() == 0) continue;  // an empty chunk may have no buffer for memcpy
     std::memcpy(out, dictionary.indices()->data()->GetValues<uint8_t>(1, chunk->offset() * width),
                 chunk->length() * width);
     out += chunk->length() * width;
