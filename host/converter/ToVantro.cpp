@@ -876,12 +876,13 @@ Result<unique_array> ConvertColumns(const std::vector<std::string>& names,
 }
 
 ::arrow::Result<matrix::unique_array> to_vantro(std::shared_ptr<::arrow::Table>&& table) {
-  if (table == nullptr) return host::MakeTable({}, {});
-  ARROW_ASSIGN_OR_RAISE(auto names, SupportedColumnNames(*table->schema()));
-  ::arrow::ChunkedArrayVector columns = table->columns();
+  std::shared_ptr<::arrow::Table> consumed = std::move(table);
+  if (consumed == nullptr) return host::MakeTable({}, {});
+  ARROW_ASSIGN_OR_RAISE(auto names, SupportedColumnNames(*consumed->schema()));
+  ::arrow::ChunkedArrayVector columns = consumed->columns();
   // Dropping the table leaves this function the only holder of each column that nobody else
   // shares; a table the caller still shares elsewhere keeps its columns, which are copied.
-  table.reset();
+  consumed.reset();
   return ConvertColumns(names, std::move(columns));
 }
 
