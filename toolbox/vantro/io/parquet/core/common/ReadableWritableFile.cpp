@@ -29,6 +29,15 @@ bool ReadableWritableFile::isReadMode() const { return vis::isReadMode(mStream->
       "operation on a closed file: ", \
       ::foundation::unicode::ustring_to_utf8(mStream->absoluteIRI().toString()))
 
+// An output stream whose write failed stays bad, and every later call on it would throw
+// std::ios_base::failure (it raises on badbit) right through Parquet, which then calls Tell and
+// Write again while it closes after the failure. Those calls get the write failure as a status.
+#define VANTRO_RETURN_IF_WRITE_FAILED()                     \
+  if (!isReadMode() && mStream->fileStream()->bad())        \
+  return ::arrow::Status::IOError(                          \
+      "VANTRO:vfs:WriteFailure: an earlier write failed: ", \
+      ::foundation::unicode::ustring_to_utf8(mStream->absoluteIRI().toString()))
+
 ::arrow::Status ReadableWritableFile::Close() {
   if (closed()) return ::arrow::Status::OK();
   mStream->fileStream()->close();
@@ -40,6 +49,7 @@ bool ReadableWritableFile::closed() const { return mStream->fileStream() == null
 
 ::arrow::Result<int64_t> ReadableWritableFile::Tell() const {
   VANTRO_RETURN_IF_CLOSED();
+  VANTRO_RETURN_IF_WRITE_FAILED();
   auto& stream = *mStream->fileStream();
   return static_cast<int64_t>(isReadMode() ? stream.tellg() : stream.tellp());
 }
@@ -88,8 +98,7 @@ Result readWithoutThrowing(Read&& read) {
 
 }  // namespace
 
-::arrow::Result<int64_t> ReadableWritableFile::ReadAt(int64_t position, int64_t nbytes,
-                                                      void* out) {
+::arrow::Result<int64_t> ReadableWritableFile::ReadAt(int64_t position, int64_t nbytes, void* out) {
   return readWithoutThrowing<::arrow::Result<int64_t>>(
       [&] { return RandomAccessFile::ReadAt(position, nbytes, out); });
 }
@@ -104,6 +113,7 @@ bool ReadableWritableFile::supports_zero_copy() const { return false; }
 
 ::arrow::Status ReadableWritableFile::Seek(int64_t position) {
   VANTRO_RETURN_IF_CLOSED();
+  VANTRO_RETURN_IF_WRITE_FAILED();
   auto& stream = *mStream->fileStream();
   if (isReadMode()) {
     stream.seekg(position, std::ios::beg);
@@ -117,6 +127,7 @@ bool ReadableWritableFile::supports_zero_copy() const { return false; }
 
 ::arrow::Status ReadableWritableFile::Write(const void* data, int64_t nbytes) {
   VANTRO_RETURN_IF_CLOSED();
+  VANTRO_RETURN_IF_WRITE_FAILED();
   mStream->fileStream()->write(static_cast<const char*>(data), nbytes);
   return ::arrow::Status::OK();
 }
