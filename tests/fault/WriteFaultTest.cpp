@@ -111,17 +111,22 @@ TEST_F(WriterOutputTest, AWriterThatNeverWroteOrFailedValidationLeavesNothing) {
   EXPECT_FALSE(mProvider->contains(kKey));
 }
 
-TEST_F(WriterOutputTest, AFailedWriteAfterGoodOnesStillRemovesTheOutput) {
+TEST_F(WriterOutputTest, ARefusedWriteAfterGoodOnesKeepsTheGoodRows) {
   const auto good = vxtest::write::hostStruct({"a"}, {5});
-  const auto other = vxtest::write::hostTable(vxtest::simpleTable(5));
+  const auto other = vxtest::write::hostStruct({"a"}, {0});
+  vxReplaceCell(vxGetField(other.get(), 0, "Columns"), 0, vxCreateString("text"));
   {
     ParquetWriter writer(kName);
     writer.setVariableNames({u"a"});
     writer.write(good.get());
-    // A different schema is refused; the file written so far is not finished by anyone.
-    EXPECT_TRUE(outcomeOf([&] { writer.write(other.get()); }).failed);
+    // A different schema is refused before anything reaches the file, so what was written is
+    // whole, and the destructor finishes it.
+    EXPECT_EQ(outcomeOf([&] { writer.write(other.get()); }).identifier,
+              "VANTRO:parquetio:write:InvalidWrite");
   }
-  EXPECT_FALSE(mProvider->contains(kKey));
+  ASSERT_TRUE(mProvider->contains(kKey));
+  const vantro::io::parquet::core::info::ParquetInfo info(kName);
+  EXPECT_EQ(info.getRowGroupHeights(), std::vector<uint64_t>{5});
 }
 
 }  // namespace

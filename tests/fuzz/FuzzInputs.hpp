@@ -15,8 +15,8 @@ void readParquetBytes(const uint8_t* data, size_t size);
 
 // Builds a host table and writer options from the bytes (random classes, shapes, names, nested
 // cells, compression and encoding names, versions, leaf paths, row-group heights) and writes it
-// to an in-memory file. Host exceptions are acceptable outcomes; anything else escapes. A
-// writer that fails must leave no output behind: that is checked too (std::logic_error).
+// to an in-memory file. Host exceptions are acceptable outcomes; anything else escapes. Any
+// output left once the writer is gone must be a Parquet file (std::logic_error otherwise).
 void writeHostTable(const uint8_t* data, size_t size);
 
 }  // namespace vxfuzz
