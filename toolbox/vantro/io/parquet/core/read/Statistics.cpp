@@ -8,6 +8,7 @@
 #include <arrow/array/concatenate.h>
 #include <arrow/array/util.h>
 #include <parquet/arrow/reader.h>
+#include <parquet/exception.h>
 #include <parquet/statistics.h>
 
 #include "host/converter/Converter.hpp"
@@ -220,11 +221,12 @@ void readCounts(const ::parquet::Statistics& chunkStats, Statistics& stats, size
 
 }  // namespace
 
-Statistics read_statistics(std::shared_ptr<::parquet::FileMetaData> metadata,
-                           std::shared_ptr<::arrow::Schema> schema,
-                           const ::parquet::arrow::SchemaManifest& manifest,
-                           std::optional<std::vector<int>> variableIndices) {
-  VANTRO_PARQUET_TRACE();
+namespace {
+
+Statistics readFooterStatistics(const std::shared_ptr<::parquet::FileMetaData>& metadata,
+                                const std::shared_ptr<::arrow::Schema>& schema,
+                                const ::parquet::arrow::SchemaManifest& manifest,
+                                std::optional<std::vector<int>> variableIndices) {
   const std::vector<int> indices = resolveIndices(manifest, std::move(variableIndices));
   validateFilterableVariableType(indices, schema);
 
@@ -266,6 +268,22 @@ Statistics read_statistics(std::shared_ptr<::parquet::FileMetaData> metadata,
   stats.min = convertArrayVectorToCellArray(minArrays, numVariables);
   stats.max = convertArrayVectorToCellArray(maxArrays, numVariables);
   return stats;
+}
+
+}  // namespace
+
+Statistics read_statistics(std::shared_ptr<::parquet::FileMetaData> metadata,
+                           std::shared_ptr<::arrow::Schema> schema,
+                           const ::parquet::arrow::SchemaManifest& manifest,
+                           std::optional<std::vector<int>> variableIndices) {
+  VANTRO_PARQUET_TRACE();
+  // Parquet decodes a chunk's statistics only when asked, and reports damaged ones (from any
+  // writer, or a hostile file) with an exception of its own, which must not reach the host.
+  try {
+    return readFooterStatistics(metadata, schema, manifest, std::move(variableIndices));
+  } catch (const ::parquet::ParquetException& e) {
+    common::throwException<InternalError>("footer statistics decoding", std::string(e.what()));
+  }
 }
 
 }  // namespace vantro::io::parquet::core::read
