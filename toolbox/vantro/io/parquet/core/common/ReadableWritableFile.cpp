@@ -86,11 +86,12 @@ bool ReadableWritableFile::closed() const { return mStream->fileStream() == null
 namespace {
 
 // Parquet reads column chunks through ReadAt from Arrow's pool threads, where an exception would
-// end the process. A host failure there travels as an IOError that keeps its identifier.
-template <class Result, class Read>
-Result readWithoutThrowing(Read&& read) {
+// end the process, and writes through Write, where one would break its writer. A host failure
+// there travels as an IOError that keeps its identifier.
+template <class Result, class Call>
+Result withoutThrowing(Call&& call) {
   try {
-    return read();
+    return call();
   } catch (const ::foundation::core::except::IMsgIDException& e) {
     return ::arrow::Status::IOError(e.identifier(), ": ", e.message());
   }
@@ -99,13 +100,13 @@ Result readWithoutThrowing(Read&& read) {
 }  // namespace
 
 ::arrow::Result<int64_t> ReadableWritableFile::ReadAt(int64_t position, int64_t nbytes, void* out) {
-  return readWithoutThrowing<::arrow::Result<int64_t>>(
+  return withoutThrowing<::arrow::Result<int64_t>>(
       [&] { return RandomAccessFile::ReadAt(position, nbytes, out); });
 }
 
 ::arrow::Result<std::shared_ptr<::arrow::Buffer>> ReadableWritableFile::ReadAt(int64_t position,
                                                                                int64_t nbytes) {
-  return readWithoutThrowing<::arrow::Result<std::shared_ptr<::arrow::Buffer>>>(
+  return withoutThrowing<::arrow::Result<std::shared_ptr<::arrow::Buffer>>>(
       [&] { return RandomAccessFile::ReadAt(position, nbytes); });
 }
 
@@ -128,8 +129,13 @@ bool ReadableWritableFile::supports_zero_copy() const { return false; }
 ::arrow::Status ReadableWritableFile::Write(const void* data, int64_t nbytes) {
   VANTRO_RETURN_IF_CLOSED();
   VANTRO_RETURN_IF_WRITE_FAILED();
-  mStream->fileStream()->write(static_cast<const char*>(data), nbytes);
-  return ::arrow::Status::OK();
+  // Parquet's writer is not exception-safe: a host failure thrown through the middle of a row
+  // group leaves it broken, and its next call or its close crashes. As a status it takes
+  // Parquet's own failure road (close the writer, report) and keeps its identifier.
+  return withoutThrowing<::arrow::Status>([&] {
+    mStream->fileStream()->write(static_cast<const char*>(data), nbytes);
+    return ::arrow::Status::OK();
+  });
 }
 
 ::arrow::Status ReadableWritableFile::Write(const std::shared_ptr<::arrow::Buffer>& data) {
