@@ -88,8 +88,11 @@ TEST_F(ReadFaultTest, InfoAndCountingFailCleanlyWhereverTheStreamBreaks) {
     setFaults(point, -1, -1);
     const bool infoFailed = expectReadFailureOrSuccess([] { ParquetInfo info(kName); });
     // Only the footer is read: once it is in, nothing can fail any more.
-    if (point == 0) EXPECT_TRUE(infoFailed);
-    if (point >= kFooterRead) EXPECT_FALSE(infoFailed);
+    if (point == 0) {
+      EXPECT_TRUE(infoFailed);
+    } else if (point >= kFooterRead) {
+      EXPECT_FALSE(infoFailed);
+    }
     expectReadFailureOrSuccess([] { (void)getNumRowGroupsSync({kName, kName}); });
     expectReadFailureOrSuccess([] { (void)getNumRowGroupsAsync({kName, kName, kName}); });
   }
@@ -109,8 +112,11 @@ TEST_F(ReadFaultTest, WholeFileReadsFailCleanlyOnOneThreadAndOnMany) {
         opened = true;
         EXPECT_EQ(vxtest::fault::tableRows(reader.readFullFile().get()), 40000u);
       });
-      if (point == 0) EXPECT_TRUE(failed);
-      if (point >= fileSize()) EXPECT_FALSE(failed);
+      if (point == 0) {
+        EXPECT_TRUE(failed);
+      } else if (point >= fileSize()) {
+        EXPECT_FALSE(failed);
+      }
       failedAfterOpening += opened && failed;
     }
   }
