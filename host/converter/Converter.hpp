@@ -89,6 +89,13 @@ class TableErrorStatusDetail : public ::arrow::StatusDetail {
 // null afterwards, whatever the result.
 ::arrow::Result<matrix::unique_array> to_vantro(std::shared_ptr<::arrow::Table>&& table);
 
+// The consuming conversion of a table that a read has just produced (Parquet's FileReader):
+// apart from the caller, only Arrow's own finished bookkeeping may still hold its columns, for
+// a moment, and it never reads them again. Such a lingering reference does not stop a column
+// from lending its buffers, as it would above; the arrays and buffers themselves must still be
+// unshared. Do not use it for a table whose columns anyone else can reach.
+::arrow::Result<matrix::unique_array> to_vantro_from_read(std::shared_ptr<::arrow::Table>&& table);
+
 // One Arrow array as one host column (R rows).
 ::arrow::Result<matrix::unique_array> to_vantro(const std::shared_ptr<::arrow::Array>& array);
 

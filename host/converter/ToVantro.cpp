@@ -843,17 +843,35 @@ Result<std::vector<std::string>> SupportedColumnNames(const ::arrow::Schema& sch
   return names;
 }
 
+// Who may hold a consumed table's columns besides the converter.
+enum class Holders {
+  kCounted,    // anyone: a column is the converter's alone only when its use count says so
+  kFreshRead,  // nobody who reads them again (see to_vantro_from_read)
+};
+
+// Columns that appear more than once in the table: each sees the other's memory.
+std::vector<bool> Repeated(const ::arrow::ChunkedArrayVector& columns) {
+  std::vector<bool> repeated(columns.size(), false);
+  for (size_t i = 0; i < columns.size(); ++i) {
+    for (size_t j = i + 1; j < columns.size(); ++j) {
+      if (columns[i] == columns[j]) repeated[i] = repeated[j] = true;
+    }
+  }
+  return repeated;
+}
+
 // Converts each column and drops this function's reference to it as soon as it is done. A
-// column that nobody else references (use count one) may lend its buffers to the host table
-// and is freed right after its conversion, so the Arrow table never stays whole beside the
-// host table.
+// column that only the converter holds may lend its buffers to the host table, and is freed
+// right after its conversion, so the Arrow table never stays whole beside the host table.
 Result<unique_array> ConvertColumns(const std::vector<std::string>& names,
-                                    ::arrow::ChunkedArrayVector columns) {
+                                    ::arrow::ChunkedArrayVector columns, Holders holders) {
+  const std::vector<bool> repeated = Repeated(columns);
   std::vector<unique_array> converted(columns.size());
   std::vector<Status> statuses(columns.size());
   ParallelFor(columns.size(), [&](size_t i) {
     std::shared_ptr<::arrow::ChunkedArray> column = std::move(columns[i]);
-    const Chunks ownership = column.use_count() == 1 ? Chunks::kExclusive : Chunks::kShared;
+    const bool alone = holders == Holders::kFreshRead ? !repeated[i] : column.use_count() == 1;
+    const Chunks ownership = alone ? Chunks::kExclusive : Chunks::kShared;
     auto result = ConvertColumn(column->chunks(), *column->type(), column->length(), ownership);
     column.reset();
     if (result.ok()) {
@@ -872,18 +890,29 @@ Result<unique_array> ConvertColumns(const std::vector<std::string>& names,
   if (table == nullptr) return host::MakeTable({}, {});
   ARROW_ASSIGN_OR_RAISE(auto names, SupportedColumnNames(*table->schema()));
   // The table still holds every column, so none is converted in place.
-  return ConvertColumns(names, table->columns());
+  return ConvertColumns(names, table->columns(), Holders::kCounted);
 }
 
-::arrow::Result<matrix::unique_array> to_vantro(std::shared_ptr<::arrow::Table>&& table) {
-  std::shared_ptr<::arrow::Table> consumed = std::move(table);
-  if (consumed == nullptr) return host::MakeTable({}, {});
-  ARROW_ASSIGN_OR_RAISE(auto names, SupportedColumnNames(*consumed->schema()));
-  ::arrow::ChunkedArrayVector columns = consumed->columns();
+namespace {
+
+Result<unique_array> ConsumeTable(std::shared_ptr<::arrow::Table> table, Holders holders) {
+  if (table == nullptr) return host::MakeTable({}, {});
+  ARROW_ASSIGN_OR_RAISE(auto names, SupportedColumnNames(*table->schema()));
+  ::arrow::ChunkedArrayVector columns = table->columns();
   // Dropping the table leaves this function the only holder of each column that nobody else
   // shares; a table the caller still shares elsewhere keeps its columns, which are copied.
-  consumed.reset();
-  return ConvertColumns(names, std::move(columns));
+  table.reset();
+  return ConvertColumns(names, std::move(columns), holders);
+}
+
+}  // namespace
+
+::arrow::Result<matrix::unique_array> to_vantro(std::shared_ptr<::arrow::Table>&& table) {
+  return ConsumeTable(std::move(table), Holders::kCounted);
+}
+
+::arrow::Result<matrix::unique_array> to_vantro_from_read(std::shared_ptr<::arrow::Table>&& table) {
+  return ConsumeTable(std::move(table), Holders::kFreshRead);
 }
 
 ::arrow::Result<matrix::unique_array> to_vantro(const std::shared_ptr<::arrow::Array>& array) {

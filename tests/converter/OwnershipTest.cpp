@@ -177,6 +177,35 @@ TEST(ConsumingConversion, HostWritesNeverReachArrowMemoryHeldElsewhere) {
   }
 }
 
+// A table fresh from a read may lend buffers although its column list lingers elsewhere; a
+// column repeated in the table, or an array someone kept, is still copied.
+TEST(ConsumingConversion, FreshReadsStillCopyWhatIsShared) {
+  auto array = doubles(64);
+  auto kept = doubles(64, 100.0);
+  auto repeated = std::make_shared<arrow::ChunkedArray>(doubles(64, 7.0));
+  const auto schema =
+      arrow::schema({arrow::field("a", arrow::float64()), arrow::field("k", arrow::float64()),
+                     arrow::field("r1", arrow::float64()), arrow::field("r2", arrow::float64())});
+  auto table =
+      arrow::Table::Make(schema, {std::make_shared<arrow::ChunkedArray>(array),
+                                  std::make_shared<arrow::ChunkedArray>(kept), repeated, repeated});
+  const uint8_t* adopted = array->data()->buffers[1]->data();
+  array.reset();
+  // Arrow's finished bookkeeping: a list of the columns that nobody reads again.
+  const auto lingering = table->columns();
+  repeated.reset();
+  auto result = core::to_vantro_from_read(std::move(table));
+  ASSERT_TRUE(result.ok()) << result.status().ToString();
+  const auto host = std::move(result).ValueUnsafe();
+  EXPECT_EQ(static_cast<const void*>(hostDoubles(host.get(), 0)),
+            static_cast<const void*>(adopted));
+  hostDoubles(host.get(), 1)[0] = -1.0;
+  hostDoubles(host.get(), 2)[0] = -1.0;
+  EXPECT_EQ(std::static_pointer_cast<arrow::DoubleArray>(kept)->Value(0), 100.0);
+  EXPECT_EQ(hostDoubles(host.get(), 3)[0], 7.0);
+  EXPECT_EQ(std::static_pointer_cast<arrow::DoubleArray>(lingering[3]->chunk(0))->Value(0), 7.0);
+}
+
 // ---- host arrays over outside memory -------------------------------------------------
 
 TEST(HostArrayOver, ReleasesItsOwnerOnceAndOnlyOnDestroy) {

@@ -276,9 +276,10 @@ void ParquetReader::throwIfNestedDictionary(const std::shared_ptr<::arrow::Field
 }
 
 matrix::unique_array ParquetReader::toHostTable(std::shared_ptr<::arrow::Table>&& table) const {
-  // The table is handed over: each column is freed once converted, and columns nobody else
-  // holds lend their buffers to the host table instead of being copied.
-  auto result = ::vantro::io::arrow::core::to_vantro(std::move(table));
+  // The table is handed over: each column is freed once converted, and fixed-width columns
+  // lend their buffers to the host table instead of being copied. Arrow's parallel read may
+  // still hold its finished column list for a moment; nobody reads it again, hence from_read.
+  auto result = ::vantro::io::arrow::core::to_vantro_from_read(std::move(table));
   if (!result.ok()) {
     const ::arrow::Status& status = result.status();
     if (status.code() == ::arrow::StatusCode::TypeError) {
