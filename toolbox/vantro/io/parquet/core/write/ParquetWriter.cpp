@@ -312,7 +312,11 @@ void ParquetWriter::writeRowGroups(const vxArray_tag* table, const vxArray_tag* 
 void ParquetWriter::close() {
   VANTRO_PARQUET_TRACE();
   if (!mFileWriter || !mFile) return;
-  throwWriteExceptIfNotOk(mFileWriter->Close(), mFilename);
+  // One Close finishes Parquet's writer, failed or not: used again, it would touch row-group
+  // writers it has already released. Without it, this writer counts as finished.
+  const ::arrow::Status closed = mFileWriter->Close();
+  mFileWriter.reset();
+  throwWriteExceptIfNotOk(closed, mFilename);
   throwWriteExceptIfNotOk(mFile->Close(), mFilename);
   mFile.reset();
 }
