@@ -276,7 +276,7 @@ matrix::unique_array makeTable(Bytes& in, size_t rows, int depth) {
   const size_t numNames = in.below(6) == 0 ? in.below(5) : numColumns;
   const char* fields[] = {"Names", "Columns"};
   const size_t form = in.below(8);
-  const int numFields = form == 0 ? 1 : 2;
+  const int numFields = (form == 0 || form == 3) ? 1 : 2;  // Names only, or Columns only
   auto table = form == 1 ? own(vxCreateObjectMatrix(1, 1, "table", numFields, fields))
                          : own(vxCreateStructMatrix(form == 2 ? 2 : 1, 1, numFields,
                                                     form == 3 ? fields + 1 : fields));
