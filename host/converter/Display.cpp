@@ -240,6 +240,13 @@ size_t TableRows(const vxArray* table) {
              : 0;
 }
 
+// Columns a UTF-8 text takes on a terminal: one per code point (continuation bytes take none).
+size_t DisplayWidth(const std::string& text) {
+  size_t width = 0;
+  for (const unsigned char c : text) width += (c & 0xC0) != 0x80;
+  return width;
+}
+
 std::vector<std::string> NamesOf(const vxArray* table) {
   const vxArray* names = vxGetField(table, 0, host::kNames);
   std::vector<std::string> out;
@@ -269,22 +276,26 @@ std::string DisplayTable(const vxArray* table, const DisplayOptions& options) {
   std::ostringstream out;
   out << rows << "x" << names.size() << " table\n";
   if (names.empty()) return out.str();
-  const auto printLine = [&](size_t line) {
-    out << "   ";
+  std::vector<size_t> widths(grid.size(), 0);
+  for (size_t c = 0; c < grid.size(); ++c) {
+    for (const auto& cell : grid[c]) widths[c] = std::max(widths[c], DisplayWidth(cell));
+  }
+  // Row numbers sit in a column of their own, right-aligned, so that values line up with
+  // their variable names.
+  const size_t labelWidth = shown.empty() ? 1 : std::to_string(shown.back() + 1).size();
+  const auto printLine = [&](const std::string& label, size_t line) {
+    out << "   " << std::string(labelWidth - label.size(), ' ') << label;
     for (size_t c = 0; c < grid.size(); ++c) {
-      size_t width = 0;
-      for (const auto& cell : grid[c]) width = std::max(width, cell.size());
       const std::string& text = grid[c][line];
-      out << "  " << text << std::string(width - text.size(), ' ');
+      out << "  " << text << std::string(widths[c] - DisplayWidth(text), ' ');
     }
     out << "\n";
   };
-  printLine(0);
-  printLine(1);
+  printLine("", 0);
+  printLine("", 1);
   for (size_t i = 0; i < shown.size(); ++i) {
-    if (elided && i == options.headRows) out << "    ...\n";
-    out << "   " << (shown[i] + 1);
-    printLine(i + 2);
+    if (elided && i == options.headRows) out << "   " << std::string(labelWidth, ' ') << "  ...\n";
+    printLine(std::to_string(shown[i] + 1), i + 2);
   }
   return out.str();
 }

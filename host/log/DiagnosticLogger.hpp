@@ -102,8 +102,9 @@ class TraceScope {
  private:
   diagnostic_logger* mLogger;  // null when inactive
   const char* mSignature;
-  const char* mFile;
-  int mLine;
+  // Where the scope was opened; kept for debuggers, not written to the records.
+  [[maybe_unused]] const char* mFile;
+  [[maybe_unused]] int mLine;
   int mUncaught;
 };
 

@@ -309,6 +309,21 @@ TEST_F(ParquetWriterTest, HeightsAreTruncatedAndMayRunPastTheEnd) {
   EXPECT_EQ(rowGroupHeights(path()), (std::vector<int64_t>{2, 1, 7, 0}));
 }
 
+TEST_F(ParquetWriterTest, NegativeAndExtremeHeightsStayInsideTheTable) {
+  const auto host = hostTable(numbers(10));
+  ParquetWriter writer(u16(path()));
+  writer.setVariableNames({u"id", u"x"});
+  // A negative height writes an empty row group and steps back, never before the first row;
+  // heights beyond any table's length neither overflow nor slice outside it.
+  const auto heights = hostDoubles({3, -1e300, -9.2e18, 2, 1e300, -4, 2});
+  writer.writeRowGroups(host.get(), heights.get());
+  writer.close();
+  EXPECT_EQ(rowGroupHeights(path()), (std::vector<int64_t>{3, 0, 0, 2, 8, 0, 2}));
+  const auto expected =
+      arrow::ConcatenateTables({numbers(3), numbers(2), numbers(8, 2), numbers(2, 6)}).ValueOrDie();
+  EXPECT_TRUE(readBack(path())->Equals(*expected));
+}
+
 TEST_F(ParquetWriterTest, DifferentTypeOnALaterWriteIsInconsistent) {
   ParquetWriter writer(u16(path()));
   writer.setVariableNames({u"id", u"x"});

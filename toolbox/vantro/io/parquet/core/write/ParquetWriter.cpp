@@ -302,10 +302,12 @@ void ParquetWriter::writeRowGroups(const vxArray_tag* table, const vxArray_tag* 
   int64_t offset = 0;
   for (size_t i = 0; i < numHeights; ++i) {
     const int64_t height = toRowCount(heights[i]);
-    // Arrow aborts on a slice that starts past the end; such a slice is simply empty.
-    const auto slice = arrowTable->Slice(std::clamp<int64_t>(offset, 0, numRows), height);
+    // Arrow aborts on a slice that starts outside the table; such a slice is simply empty.
+    // Keeping the running offset inside the table also keeps the sum of extreme heights from
+    // overflowing.
+    const auto slice = arrowTable->Slice(offset, height);
     writeChunk(*slice, height);
-    offset += height;
+    offset = std::clamp<int64_t>(offset + height, 0, numRows);
   }
 }
 
