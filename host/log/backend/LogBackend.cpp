@@ -15,7 +15,7 @@
 #include <boost/log/sinks/sync_frontend.hpp>
 #include <boost/log/sinks/text_ostream_backend.hpp>
 #include <boost/log/sources/record_ostream.hpp>
-#include <boost/log/sources/severity_channel_logger.hpp>
+#include <boost/log/sources/severity_logger.hpp>
 #include <boost/make_shared.hpp>
 
 namespace logging = boost::log;
@@ -48,7 +48,9 @@ class CaptureBackend
 
 using TextSink = logging::sinks::synchronous_sink<logging::sinks::text_ostream_backend>;
 using CaptureSink = logging::sinks::synchronous_sink<CaptureBackend>;
-using Logger = logging::sources::severity_channel_logger_mt<unsigned, std::string>;
+// The channel travels on each record, like the indentation: a channel attribute of the logger
+// itself would be one value shared, and replaced, by every thread that logs.
+using Logger = logging::sources::severity_logger_mt<unsigned>;
 
 struct Backend {
   std::mutex configure;
@@ -102,11 +104,12 @@ void vxlog_set_output(const char* path, size_t path_len) {
 void vxlog_write(const char* channel, size_t channel_len, unsigned severity, int indent,
                  const char* text, size_t text_len) {
   Backend& b = backend();
-  logging::record record =
-      b.logger.open_record((logging::keywords::severity = severity,
-                            logging::keywords::channel = std::string(channel, channel_len)));
+  logging::record record = b.logger.open_record(logging::keywords::severity = severity);
   if (!record) return;
-  record.attribute_values().insert("Indent", logging::attributes::make_attribute_value(indent));
+  auto& values = record.attribute_values();
+  values.insert("Channel",
+                logging::attributes::make_attribute_value(std::string(channel, channel_len)));
+  values.insert("Indent", logging::attributes::make_attribute_value(indent));
   logging::record_ostream stream(record);
   stream.write(text, static_cast<std::streamsize>(text_len));
   stream.flush();
