@@ -105,8 +105,7 @@ AbsoluteIRI::AbsoluteIRI(const std::u16string& nameOrIri) {
     mScheme = u"file";
     mIsFile = true;
     mPath = absolutePath(nameOrIri);
-    mText = u"file://" + percentEncodePath(mPath);
-    return;
+    return;  // the IRI text is made when asked for: opening files rarely needs it
   }
   mScheme = nameOrIri.substr(0, length);
   mText = nameOrIri;
@@ -115,7 +114,9 @@ AbsoluteIRI::AbsoluteIRI(const std::u16string& nameOrIri) {
   mPath = mIsFile ? localPathOfFileIRI(rest) : rest;
 }
 
-std::u16string AbsoluteIRI::toString() const { return mText; }
+std::u16string AbsoluteIRI::toString() const {
+  return mText.empty() ? u"file://" + percentEncodePath(mPath) : mText;
+}
 
 std::u16string fromAbsoluteIRI(const AbsoluteIRI& iri) {
   return iri.isFile() ? iri.path() : iri.toString();

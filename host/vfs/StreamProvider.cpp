@@ -11,6 +11,7 @@
 
 #include "host/except/Exception.hpp"
 #include "host/unicode/ustring.hpp"
+#include "host/vfs/PositionalFileBuf.hpp"
 
 namespace virtualiostream {
 namespace {
@@ -112,27 +113,37 @@ std::shared_ptr<StreamProvider> providerFor(const vfs::AbsoluteIRI& iri) {
 StreamProvider::Opened LocalFileProvider::openPath(const std::u16string& displayName,
                                                    const std::string& path, open_mode mode) {
   Opened opened;
-  auto buffer = isReadMode(mode) ? std::make_unique<std::filebuf>()
-                                 : std::make_unique<CheckedFileBuf>(displayName);
-  if (isReadMode(mode)) {
+  if (mode == open_mode::read) {
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0) throwOpenFailed(displayName, errno);
     if (S_ISDIR(info.st_mode)) throwOpenFailed(displayName, EISDIR);
-    const auto flags = mode == open_mode::read ? std::ios::in | std::ios::binary
-                                               : std::ios::in | std::ios::out | std::ios::binary;
+    auto buffer = std::make_unique<PositionalFileBuf>();
     errno = 0;
-    if (buffer->open(path, flags) == nullptr) throwOpenFailed(displayName, errno ? errno : EACCES);
+    if (!buffer->open(path)) throwOpenFailed(displayName, errno ? errno : EACCES);
+    opened.size = buffer->size();
+    opened.buffer = std::move(buffer);
+  } else if (mode == open_mode::read_update) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) throwOpenFailed(displayName, errno);
+    if (S_ISDIR(info.st_mode)) throwOpenFailed(displayName, EISDIR);
+    auto buffer = std::make_unique<CheckedFileBuf>(displayName);
+    errno = 0;
+    if (buffer->open(path, std::ios::in | std::ios::out | std::ios::binary) == nullptr) {
+      throwOpenFailed(displayName, errno ? errno : EACCES);
+    }
     opened.size = static_cast<int64_t>(info.st_size);
+    opened.buffer = std::move(buffer);
   } else {
     const auto flags = mode == open_mode::append
                            ? std::ios::out | std::ios::app | std::ios::binary
                            : std::ios::out | std::ios::trunc | std::ios::binary;
+    auto buffer = std::make_unique<CheckedFileBuf>(displayName);
     errno = 0;
     if (buffer->open(path, flags) == nullptr) throwOpenFailed(displayName, errno ? errno : EACCES);
     struct stat info {};
     opened.size = ::stat(path.c_str(), &info) == 0 ? static_cast<int64_t>(info.st_size) : 0;
+    opened.buffer = std::move(buffer);
   }
-  opened.buffer = std::move(buffer);
   return opened;
 }
 
