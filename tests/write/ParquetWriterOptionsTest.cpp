@@ -1,5 +1,7 @@
 #include "toolbox/vantro/io/parquet/core/write/ParquetWriterOptions.hpp"
 
+#include <functional>
+
 #include <gtest/gtest.h>
 #include <parquet/schema.h>
 
@@ -56,15 +58,6 @@ TEST(ParquetWriterOptions, Defaults) {
   EXPECT_EQ(arrowProperties->engine_version(), ::parquet::ArrowWriterProperties::V2);
 }
 
-TEST(ParquetWriterOptions, ArrowFlagsFollowTheOptions) {
-  ParquetWriterOptions options;
-  options.setStoreArrowSchema(false);
-  options.setUseCompliantNestedTypes(false);
-  const auto arrowProperties = options.buildArrowWriterProperties();
-  EXPECT_FALSE(arrowProperties->store_schema());
-  EXPECT_FALSE(arrowProperties->compliant_nested_types());
-}
-
 TEST(ParquetWriterOptions, VersionAcceptsExactlyTwoTexts) {
   ParquetWriterOptions options;
   options.setVersion("1.0");
@@ -81,92 +74,94 @@ TEST(ParquetWriterOptions, VersionAcceptsExactlyTwoTexts) {
   EXPECT_EQ(options.getVersion(), "2.0");
 }
 
-TEST(ParquetWriterOptions, PerVariableOptionsNeedLeafPaths) {
-  ParquetWriterOptions options;
-  options.setVariableNames({u"a"});
-  options.setVariableCompression({"snappy"});
-  auto arguments = expectHostError([&] { options.buildWriterProperties(); }, kWrongOptionNumel);
-  ASSERT_TRUE(arguments);
-  EXPECT_EQ(*arguments, (MessageArguments{std::string("VariableCompression"), int64_t{0}}));
+struct BuildError {
+  const char* name;
+  std::function<ParquetWriterOptions()> options;
+  const char* identifier;
+  MessageArguments arguments;
+};
 
-  // Encoding is checked first.
-  options.setVariableEncoding({"plain"});
-  arguments = expectHostError([&] { options.buildWriterProperties(); }, kWrongOptionNumel);
-  ASSERT_TRUE(arguments);
-  EXPECT_EQ(*arguments, (MessageArguments{std::string("VariableEncoding"), int64_t{0}}));
+ParquetWriterOptions withNames(std::vector<std::u16string> names, std::vector<uint64_t> offsets,
+                               std::vector<std::u16string> paths) {
+  ParquetWriterOptions options;
+  options.setVariableNames(std::move(names));
+  if (!offsets.empty()) options.setLeafColumnPaths(makeLeafColumnPaths(offsets, paths));
+  return options;
 }
 
-TEST(ParquetWriterOptions, LeafPathsMustDescribeEveryVariable) {
-  ParquetWriterOptions options;
-  options.setVariableNames({u"a", u"b", u"c"});
-  options.setLeafColumnPaths(makeLeafColumnPaths({0, 1, 2}, {u"a", u"b"}));
-  auto arguments = expectHostError([&] { options.buildWriterProperties(); }, kNumTopLevelCols);
-  ASSERT_TRUE(arguments);
-  EXPECT_EQ(*arguments, (MessageArguments{int64_t{2}, int64_t{3}}));
+ParquetWriterOptions twoVariables(std::vector<std::string> encoding,
+                                  std::vector<std::string> compression) {
+  auto options = twoVariableOptions();
+  if (!encoding.empty()) options.setVariableEncoding(std::move(encoding));
+  if (!compression.empty()) options.setVariableCompression(std::move(compression));
+  return options;
+}
 
-  // A single offset describes no variable: only a table without names passes.
-  options.setLeafColumnPaths(makeLeafColumnPaths({3}, {u"a", u"b", u"c"}));
-  arguments = expectHostError([&] { options.buildWriterProperties(); }, kNumTopLevelCols);
-  ASSERT_TRUE(arguments);
-  EXPECT_EQ(*arguments, (MessageArguments{int64_t{0}, int64_t{3}}));
-  options.setVariableNames({});
+TEST(ParquetWriterOptions, BuildErrorsNameTheOptionAndItsValue) {
+  const std::string enc = "VariableEncoding", comp = "VariableCompression";
+  const std::vector<BuildError> cases = {
+      {"compression without leaf paths",
+       [] {
+         auto o = withNames({u"a"}, {}, {});
+         o.setVariableCompression({"snappy"});
+         return o;
+       },
+       kWrongOptionNumel, MessageArguments{comp, int64_t{0}}},
+      {"encoding is checked first",
+       [] {
+         auto o = withNames({u"a"}, {}, {});
+         o.setVariableCompression({"snappy"});
+         o.setVariableEncoding({"plain"});
+         return o;
+       },
+       kWrongOptionNumel, MessageArguments{enc, int64_t{0}}},
+      {"fewer leaf variables than names",
+       [] {
+         return withNames({u"a", u"b", u"c"}, {0, 1, 2}, {u"a", u"b"});
+       },
+       kNumTopLevelCols, MessageArguments{int64_t{2}, int64_t{3}}},
+      {"single offset describes no variable",
+       [] {
+         return withNames({u"a", u"b", u"c"}, {3}, {u"a", u"b", u"c"});
+       },
+       kNumTopLevelCols, MessageArguments{int64_t{0}, int64_t{3}}},
+      // Wrong lengths are reported before bad values.
+      {"short encoding", [] { return twoVariables({"bogus"}, {}); }, kWrongOptionNumel,
+       MessageArguments{enc, int64_t{2}}},
+      {"long compression",
+       [] {
+         return twoVariables({}, {"snappy", "zstd", "gzip"});
+       },
+       kWrongOptionNumel, MessageArguments{comp, int64_t{2}}},
+      // Names are case-sensitive; compression is only looked up after validation.
+      {"encoding case",
+       [] {
+         return twoVariables({"dictionary", "Plain"}, {});
+       },
+       kInvalidOption, MessageArguments{enc, std::string("Plain")}},
+      {"compression case",
+       [] {
+         return twoVariables({}, {"zstd", "Snappy"});
+       },
+       kInvalidOption, MessageArguments{comp, std::string("Snappy")}},
+      {"encoding before compression",
+       [] {
+         return twoVariables({"plain", "rle"}, {"nope", "zstd"});
+       },
+       kInvalidOption, MessageArguments{enc, std::string("rle")}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const auto options = c.options();
+    const auto arguments = expectHostError([&] { options.buildWriterProperties(); }, c.identifier);
+    ASSERT_TRUE(arguments);
+    EXPECT_EQ(*arguments, c.arguments);
+  }
+}
+
+TEST(ParquetWriterOptions, SingleOffsetPassesOnlyWithoutNames) {
+  auto options = withNames({}, {3}, {u"a", u"b", u"c"});
   EXPECT_NE(options.buildWriterProperties(), nullptr);
-}
-
-TEST(ParquetWriterOptions, WrongLengthIsReportedBeforeBadValues) {
-  auto options = twoVariableOptions();
-  options.setVariableEncoding({"bogus"});
-  auto arguments = expectHostError([&] { options.buildWriterProperties(); }, kWrongOptionNumel);
-  ASSERT_TRUE(arguments);
-  EXPECT_EQ(*arguments, (MessageArguments{std::string("VariableEncoding"), int64_t{2}}));
-
-  auto other = twoVariableOptions();
-  other.setVariableCompression({"snappy", "zstd", "gzip"});
-  arguments = expectHostError([&] { other.buildWriterProperties(); }, kWrongOptionNumel);
-  ASSERT_TRUE(arguments);
-  EXPECT_EQ(*arguments, (MessageArguments{std::string("VariableCompression"), int64_t{2}}));
-}
-
-TEST(ParquetWriterOptions, NamesAreCaseSensitive) {
-  auto options = twoVariableOptions();
-  options.setVariableEncoding({"dictionary", "Plain"});
-  auto arguments = expectHostError([&] { options.buildWriterProperties(); }, kInvalidOption);
-  ASSERT_TRUE(arguments);
-  EXPECT_EQ(*arguments, (MessageArguments{std::string("VariableEncoding"), std::string("Plain")}));
-
-  // Compression is only looked up while the properties are built, after validation.
-  auto other = twoVariableOptions();
-  other.setVariableCompression({"zstd", "Snappy"});
-  arguments = expectHostError([&] { other.buildWriterProperties(); }, kInvalidOption);
-  ASSERT_TRUE(arguments);
-  EXPECT_EQ(*arguments,
-            (MessageArguments{std::string("VariableCompression"), std::string("Snappy")}));
-}
-
-TEST(ParquetWriterOptions, EncodingIsCheckedBeforeCompression) {
-  auto options = twoVariableOptions();
-  options.setVariableCompression({"nope", "zstd"});
-  options.setVariableEncoding({"plain", "rle"});
-  const auto arguments = expectHostError([&] { options.buildWriterProperties(); }, kInvalidOption);
-  ASSERT_TRUE(arguments);
-  EXPECT_EQ(*arguments, (MessageArguments{std::string("VariableEncoding"), std::string("rle")}));
-}
-
-TEST(ParquetWriterOptions, PerVariableSettingsReachEveryLeaf) {
-  auto options = twoVariableOptions();
-  options.setVariableCompression({"zstd", "gzip"});
-  options.setVariableEncoding({"plain", "dictionary"});
-  const auto properties = options.buildWriterProperties();
-  EXPECT_EQ(properties->compression(column("a.list.element")), ::arrow::Compression::ZSTD);
-  EXPECT_EQ(properties->compression(column("s.x")), ::arrow::Compression::GZIP);
-  EXPECT_EQ(properties->compression(column("s.y")), ::arrow::Compression::GZIP);
-  // Columns not named keep Parquet's own default.
-  EXPECT_EQ(properties->compression(column("other")), ::arrow::Compression::UNCOMPRESSED);
-  EXPECT_FALSE(properties->dictionary_enabled(column("a.list.element")));
-  EXPECT_TRUE(properties->dictionary_enabled(column("s.x")));
-  EXPECT_TRUE(properties->dictionary_enabled(column("s.y")));
-  // "plain" switches dictionary encoding off and sets no encoding of its own.
-  EXPECT_EQ(properties->encoding(column("a.list.element")), ::parquet::Encoding::PLAIN);
 }
 
 TEST(ParquetWriterOptions, EveryCompressionNameMapsToItsCodec) {
@@ -195,16 +190,6 @@ TEST(ParquetWriterOptions, PathsBeforeTheFirstOffsetAreIgnored) {
   const auto properties = options.buildWriterProperties();
   EXPECT_EQ(properties->compression(column("x")), ::arrow::Compression::ZSTD);
   EXPECT_EQ(properties->compression(column("ignored")), ::arrow::Compression::UNCOMPRESSED);
-}
-
-TEST(ParquetWriterOptions, MoveTransfersTheLeafPaths) {
-  auto options = twoVariableOptions();
-  options.setVariableCompression({"zstd", "gzip"});
-  ParquetWriterOptions moved(std::move(options));
-  EXPECT_EQ(moved.getVariableCompression().size(), 2u);
-  ASSERT_NE(moved.getLeafColumnPaths(), nullptr);
-  EXPECT_EQ(options.getLeafColumnPaths(), nullptr);
-  EXPECT_EQ(moved.buildWriterProperties()->compression(column("s.y")), ::arrow::Compression::GZIP);
 }
 
 TEST(ParquetWriterOptions, FailedBuildCanBeRepeatedAfterCorrection) {
