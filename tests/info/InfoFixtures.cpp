@@ -28,16 +28,6 @@ std::shared_ptr<arrow::Table> repetitiveTable(int64_t rows) {
                             {values.Finish().ValueOrDie()});
 }
 
-void writeWithoutRowGroups(const std::string& path, const std::shared_ptr<arrow::Schema>& schema,
-                           std::shared_ptr<parquet::WriterProperties> properties) {
-  auto sink = arrow::io::FileOutputStream::Open(path).ValueOrDie();
-  auto writer = parquet::arrow::FileWriter::Open(*schema, arrow::default_memory_pool(), sink,
-                                                 std::move(properties))
-                    .ValueOrDie();
-  check(writer->Close(), "close writer");
-  check(sink->Close(), "close sink");
-}
-
 void writeFooterOnly(const std::string& path, const std::shared_ptr<parquet::schema::Node>& root,
                      const std::vector<RowGroupFooter>& rowGroups) {
   parquet::SchemaDescriptor descriptor;

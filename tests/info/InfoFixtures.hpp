@@ -17,11 +17,6 @@ namespace vxtest::info {
 // A one-column int64 table "v" with rows values cycling through 0..6 (dictionary friendly).
 std::shared_ptr<arrow::Table> repetitiveTable(int64_t rows);
 
-// Writes the schema and no row groups: FileWriter opened and closed without data.
-void writeWithoutRowGroups(
-    const std::string& path, const std::shared_ptr<arrow::Schema>& schema,
-    std::shared_ptr<parquet::WriterProperties> properties = parquet::default_writer_properties());
-
 // One column chunk of a footer-only file, as the metadata builder records it.
 struct ChunkFooter {
   bool hasDictionary = false;

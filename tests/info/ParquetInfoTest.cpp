@@ -84,7 +84,7 @@ TEST_F(ParquetInfoTest, SummarisesASimpleFile) {
 
 TEST_F(ParquetInfoTest, FileWithoutRowGroupsHasNoCompressionOrEncodingEntries) {
   const std::string path = dir.file("empty.parquet");
-  vxtest::info::writeWithoutRowGroups(path, vxtest::simpleTable(0)->schema());
+  vxtest::writeParquetWithoutRowGroups(path, vxtest::simpleTable(0)->schema());
   const ParquetInfo info = infoOf(path);
 
   EXPECT_EQ(info.getNumRowGroups(), 0);

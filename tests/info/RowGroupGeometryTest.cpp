@@ -32,7 +32,7 @@ class RowGroupGeometry : public testing::Test {
 
 TEST_F(RowGroupGeometry, FileWithoutRowGroupsHasNoGeometry) {
   const std::string path = dir.file("empty.parquet");
-  vxtest::info::writeWithoutRowGroups(path, vxtest::simpleTable(0)->schema());
+  vxtest::writeParquetWithoutRowGroups(path, vxtest::simpleTable(0)->schema());
   const auto footer = footerOf(path);
   ASSERT_EQ(footer->num_row_groups(), 0);
   EXPECT_THAT(info::getRowGroupHeights(*footer), IsEmpty());

@@ -1,7 +1,5 @@
 // Dictionaries inside nested variables cannot be combined across row groups.
-#include <arrow/io/file.h>
 #include <gtest/gtest.h>
-#include <parquet/arrow/reader.h>
 
 #include "tests/read/ReaderTestSupport.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
@@ -48,18 +46,6 @@ class NestedDictionaryTest : public ::testing::Test {
 
   vxtest::TempDir mDir;
 };
-
-TEST_F(NestedDictionaryTest, FixtureKeepsTheNestedDictionary) {
-  std::unique_ptr<parquet::arrow::FileReader> reader;
-  ASSERT_TRUE(
-      parquet::arrow::OpenFile(arrow::io::ReadableFile::Open(write("f.parquet", 4)).ValueOrDie(),
-                               arrow::default_memory_pool(), &reader)
-          .ok());
-  std::shared_ptr<arrow::Schema> schema;
-  ASSERT_TRUE(reader->GetSchema(&schema).ok());
-  EXPECT_EQ(schema->field(2)->type()->field(0)->type()->id(), arrow::Type::DICTIONARY)
-      << schema->ToString();
-}
 
 TEST_F(NestedDictionaryTest, OneRowGroupReadsWhole) {
   RowGroupParquetReader reader(u16(write("one.parquet", 4)), {1});
@@ -129,14 +115,14 @@ TEST(UnsupportedTypeTest, TypesTheHostLacksAreNamedInTheError) {
 
   // One row group: Arrow reads it, the converter refuses the column.
   RowGroupParquetReader reader(u16(path), {1, 2});
-  auto arguments = vxtest::expectHostError(
-      [&] { reader.read(); }, "VANTRO:parquetio:read:InternalUnsupportedParquetType");
+  auto arguments = vxtest::expectHostError([&] { reader.read(); },
+                                           "VANTRO:parquetio:read:InternalUnsupportedParquetType");
   ASSERT_TRUE(arguments);
   EXPECT_EQ(std::get<std::u16string>((*arguments)[0]), u"pairs");
 
   // Several row groups: refused up front by the nested-type check.
-  arguments = vxtest::expectHostError(
-      [&] { reader.readFullFile(); }, "VANTRO:parquetio:read:InternalUnsupportedParquetType");
+  arguments = vxtest::expectHostError([&] { reader.readFullFile(); },
+                                      "VANTRO:parquetio:read:InternalUnsupportedParquetType");
   ASSERT_TRUE(arguments);
   EXPECT_EQ(std::get<std::u16string>((*arguments)[0]), u"pairs");
 

@@ -103,7 +103,7 @@ TEST_F(ReaderStateTest, RefusesMalformedStateAndMissingFiles) {
 
   // A saved state of a file without row groups restores to its one empty read.
   const std::string empty = mDir.file("none.parquet");
-  vxtest::read::writeWithoutRowGroups(empty, vxtest::simpleTable(0)->schema());
+  vxtest::writeParquetWithoutRowGroups(empty, vxtest::simpleTable(0)->schema());
   matrix::unique_array none(vxCreateCellMatrix(1, 2));
   vxReplaceCell(none.get(), 0, matrix::fromUString(u16(empty)).release());
   vxReplaceCell(none.get(), 1, vxCreateDoubleMatrix(0, 1, vxREAL));

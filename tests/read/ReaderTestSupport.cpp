@@ -100,14 +100,6 @@ std::vector<int64_t> idRange(int64_t first, int64_t last) {
   return ids;
 }
 
-void writeWithoutRowGroups(const std::string& path, const std::shared_ptr<arrow::Schema>& schema) {
-  auto sink = arrow::io::FileOutputStream::Open(path).ValueOrDie();
-  auto writer = parquet::arrow::FileWriter::Open(*schema, arrow::default_memory_pool(), sink);
-  ASSERT_TRUE(writer.ok()) << writer.status().ToString();
-  ASSERT_TRUE((*writer)->Close().ok());
-  ASSERT_TRUE(sink->Close().ok());
-}
-
 std::shared_ptr<parquet::ArrowWriterProperties> storeSchema() {
   return parquet::ArrowWriterProperties::Builder().store_schema()->build();
 }

@@ -31,9 +31,6 @@ std::string hostDifference(const vxArray_tag* a, const vxArray_tag* b);
 // The ids first..last-1.
 std::vector<int64_t> idRange(int64_t first, int64_t last);
 
-// Writes a file with the schema of table and no row group at all.
-void writeWithoutRowGroups(const std::string& path, const std::shared_ptr<arrow::Schema>& schema);
-
 // Arrow writer properties that keep the Arrow schema, so that dictionaries come back as such.
 std::shared_ptr<parquet::ArrowWriterProperties> storeSchema();
 

@@ -89,10 +89,4 @@ TEST_F(ThreadPoolTest, CapitalisedSchemeIsNotHadoop) {
   EXPECT_TRUE(logged(log, kConfig, "numThreads = 2"));
 }
 
-TEST_F(ThreadPoolTest, OpeningLogsTheFileName) {
-  LogCapture log;
-  RowGroupParquetReader reader(u16(mPath), {1});
-  EXPECT_TRUE(logged(log, foundation::log::severity::kFile, " filename=" + mPath));
-}
-
 }  // namespace

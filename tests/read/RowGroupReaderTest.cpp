@@ -128,7 +128,7 @@ TEST_F(RowGroupReaderTest, MovedReaderCarriesOn) {
 TEST(NoRowGroupsTest, ReadsOneEmptyTableOncePerReset) {
   vxtest::TempDir dir;
   const std::string path = dir.file("none.parquet");
-  vxtest::read::writeWithoutRowGroups(path, vxtest::simpleTable(0)->schema());
+  vxtest::writeParquetWithoutRowGroups(path, vxtest::simpleTable(0)->schema());
 
   RowGroupParquetReader reader(u16(path), {});
   EXPECT_EQ(reader.getTotalNumRowGroups(), 0.0);
