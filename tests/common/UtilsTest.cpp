@@ -14,14 +14,6 @@ const std::u16string& textArgument(const MessageArguments& args, size_t i) {
 
 }  // namespace
 
-TEST(ThrowFunctions, OkStatusThrowsNothingButIsTraced) {
-  vxtest::LogCapture capture;
-  EXPECT_NO_THROW(common::throwReadExceptIfNotOk(arrow::Status::OK(), u"f"));
-  EXPECT_NO_THROW(common::throwWriteExceptIfNotOk(arrow::Status::OK(), u"f"));
-  EXPECT_TRUE(capture.contains("throwReadExceptIfNotOk"));
-  EXPECT_FALSE(capture.contains("[throw]"));
-}
-
 TEST(ThrowFunctions, StatusBecomesContextAndFullStatusText) {
   const auto read = vxtest::expectHostError(
       [] { common::throwReadExceptIfNotOk(arrow::Status::IOError("disk gone"), u"a.parquet"); },
@@ -71,17 +63,6 @@ TEST(ThrowFunctions, ArgumentKindsAreFixedPerKey) {
   vxtest::expectHostError(
       [] { common::throwException<VANTRO::parquetio::write::LeafColumnPathsOffsetsAcending>(); },
       "VANTRO:parquetio:write:LeafColumnPathsOffsetsAcending");
-}
-
-TEST(ThrowFunctions, ExitRecordIsMarkedAsThrowing) {
-  vxtest::LogCapture capture;
-  EXPECT_ANY_THROW(common::throwInvalidRead(u"f", u"No more data"));
-  const auto records = capture.records();
-  ASSERT_GE(records.size(), 2u);
-  EXPECT_EQ(records.front().severity, foundation::log::severity::kEntry);
-  EXPECT_NE(records.front().text.find("throwInvalidRead"), std::string::npos);
-  EXPECT_NE(records.back().text.find("throwInvalidRead"), std::string::npos);
-  EXPECT_NE(records.back().text.find(" [throw]"), std::string::npos);
 }
 
 TEST(Logger, LibraryLoggerUsesItsChannel) {
