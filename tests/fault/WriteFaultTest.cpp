@@ -9,7 +9,6 @@
 
 #include "tests/fault/FaultTestSupport.hpp"
 #include "tests/write/WriteTestUtil.hpp"
-#include "toolbox/vantro/io/parquet/core/info/ParquetInfo.hpp"
 #include "toolbox/vantro/io/parquet/core/write/ParquetWriter.hpp"
 
 namespace {
@@ -95,38 +94,5 @@ INSTANTIATE_TEST_SUITE_P(Roads, WriteFaultTest,
                                return std::string("TwoWrites");
                            }
                          });
-
-class WriterOutputTest : public vxtest::fault::MemoryFileTest {};
-
-TEST_F(WriterOutputTest, AWriterThatNeverWroteOrFailedValidationLeavesNothing) {
-  { ParquetWriter writer(kName); }
-  EXPECT_FALSE(mProvider->contains(kKey));
-  {
-    ParquetWriter writer(kName);
-    writer.setVariableNames({u"a"});
-    const auto mismatched = vxtest::write::hostStruct({"a", "b"}, {3, 3});
-    EXPECT_TRUE(outcomeOf([&] { writer.write(mismatched.get()); }).failed);
-    writer.close();  // nothing was written: there is nothing to finish
-  }
-  EXPECT_FALSE(mProvider->contains(kKey));
-}
-
-TEST_F(WriterOutputTest, ARefusedWriteAfterGoodOnesKeepsTheGoodRows) {
-  const auto good = vxtest::write::hostStruct({"a"}, {5});
-  const auto other = vxtest::write::hostStruct({"a"}, {0});
-  vxReplaceCell(vxGetField(other.get(), 0, "Columns"), 0, vxCreateString("text"));
-  {
-    ParquetWriter writer(kName);
-    writer.setVariableNames({u"a"});
-    writer.write(good.get());
-    // A different schema is refused before anything reaches the file, so what was written is
-    // whole, and the destructor finishes it.
-    EXPECT_EQ(outcomeOf([&] { writer.write(other.get()); }).identifier,
-              "VANTRO:parquetio:write:InvalidWrite");
-  }
-  ASSERT_TRUE(mProvider->contains(kKey));
-  const vantro::io::parquet::core::info::ParquetInfo info(kName);
-  EXPECT_EQ(info.getRowGroupHeights(), std::vector<uint64_t>{5});
-}
 
 }  // namespace
