@@ -34,44 +34,34 @@ SchemaField group(std::vector<SchemaField> children) {
   return field;
 }
 
-TEST(SchemaLeafIndex, LeafFieldIsItsOwnOnlyLeaf) {
-  EXPECT_EQ(schema_field_to_leaf_index(leaf(7)), 7);
-  EXPECT_THAT(schema_field_to_all_leaf_indices(leaf(7)).value(), ElementsAre(7));
-  EXPECT_EQ(schema_field_to_leaf_index(leaf(0)), 0);
-}
-
-TEST(SchemaLeafIndex, StructOfTwoLeaves) {
-  const SchemaField field = group({leaf(3), leaf(4)});
-  EXPECT_EQ(schema_field_to_leaf_index(field), 3);
-  EXPECT_THAT(schema_field_to_all_leaf_indices(field).value(), ElementsAre(3, 4));
-}
-
-TEST(SchemaLeafIndex, ChildlessNonLeafHasNoLeaf) {
-  EXPECT_EQ(schema_field_to_leaf_index(group({})), std::nullopt);
-  EXPECT_EQ(schema_field_to_all_leaf_indices(group({})), std::nullopt);
-}
-
-TEST(SchemaLeafIndex, OneLeaflessBranchVoidsAllLeavesButNotTheFirstLeaf) {
-  const SchemaField field = group({leaf(3), group({})});
-  EXPECT_EQ(schema_field_to_leaf_index(field), 3);
-  EXPECT_EQ(schema_field_to_all_leaf_indices(field), std::nullopt);
-
-  const SchemaField deep = group({leaf(1), group({leaf(2), group({})})});
-  EXPECT_EQ(schema_field_to_all_leaf_indices(deep), std::nullopt);
-}
-
-TEST(SchemaLeafIndex, OnlyTheFirstChildIsFollowed) {
-  // A first child without leaves hides the leaves of its siblings.
-  EXPECT_EQ(schema_field_to_leaf_index(group({group({}), leaf(5)})), std::nullopt);
-  EXPECT_EQ(schema_field_to_leaf_index(group({group({group({leaf(9)})}), leaf(2)})), 9);
-}
-
-TEST(SchemaLeafIndex, AllLeavesAreDepthFirstInChildOrder) {
-  const SchemaField field = group({group({leaf(1), leaf(2)}), leaf(3), group({group({leaf(4)})})});
-  EXPECT_THAT(schema_field_to_all_leaf_indices(field).value(), ElementsAre(1, 2, 3, 4));
-  // Hand-built trees keep the order they were given; nothing is sorted.
-  EXPECT_THAT(schema_field_to_all_leaf_indices(group({leaf(8), leaf(2)})).value(),
-              ElementsAre(8, 2));
+// Only the first child is followed to the first leaf (a leafless first child hides its
+// siblings); all leaves are depth-first in child order, unsorted, and one leafless branch voids
+// them all.
+TEST(SchemaLeafIndex, FirstAndAllLeavesOfHandBuiltTrees) {
+  using Leaves = std::optional<std::vector<int>>;
+  const struct {
+    const char* name;
+    SchemaField field;
+    std::optional<int> first;
+    Leaves all;
+  } cases[] = {
+      {"leaf", leaf(7), 7, Leaves{{7}}},
+      {"leaf zero", leaf(0), 0, Leaves{{0}}},
+      {"struct of two", group({leaf(3), leaf(4)}), 3, Leaves{{3, 4}}},
+      {"childless group", group({}), std::nullopt, std::nullopt},
+      {"leafless branch", group({leaf(3), group({})}), 3, std::nullopt},
+      {"deep leafless branch", group({leaf(1), group({leaf(2), group({})})}), 1, std::nullopt},
+      {"leafless first child", group({group({}), leaf(5)}), std::nullopt, std::nullopt},
+      {"deep first child", group({group({group({leaf(9)})}), leaf(2)}), 9, Leaves{{9, 2}}},
+      {"depth first", group({group({leaf(1), leaf(2)}), leaf(3), group({group({leaf(4)})})}), 1,
+       Leaves{{1, 2, 3, 4}}},
+      {"unsorted", group({leaf(8), leaf(2)}), 8, Leaves{{8, 2}}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(schema_field_to_leaf_index(c.field), c.first);
+    EXPECT_EQ(schema_field_to_all_leaf_indices(c.field), c.all);
+  }
 }
 
 // Builds the manifest Parquet makes for an Arrow schema, as a reader would see it.

@@ -34,7 +34,9 @@ void expectDescriptions(const std::vector<Described>& cases) {
   for (const auto& c : cases) EXPECT_EQ(describe(c.type), c.text) << c.type->ToString();
 }
 
-TEST(ParquetTypes, IntegersAndFloats) {
+// Decimals never take the fixed-length form; nested types recurse; types without a description
+// are unknown at any depth.
+TEST(ParquetTypes, EveryArrowTypeHasItsDescription) {
   expectDescriptions({
       {arrow::int8(), "Int8"},
       {arrow::int16(), "Int16"},
@@ -47,20 +49,10 @@ TEST(ParquetTypes, IntegersAndFloats) {
       {arrow::float16(), "Float16"},
       {arrow::float32(), "Float32"},
       {arrow::float64(), "Float64"},
-  });
-}
-
-TEST(ParquetTypes, DecimalsNeverTakeTheFixedLengthForm) {
-  expectDescriptions({
       {arrow::decimal128(10, 2), "Decimal128[precision=10, scale=2]"},
       {arrow::decimal256(76, 0), "Decimal256[precision=76, scale=0]"},
       {arrow::decimal128(5, -3), "Decimal128[precision=5, scale=-3]"},
       {arrow::fixed_size_binary(16), "FixedLenByteArray[length=16]"},
-  });
-}
-
-TEST(ParquetTypes, DatesTimesAndTimestamps) {
-  expectDescriptions({
       {arrow::date32(), "Date32"},
       {arrow::date64(), "Date64"},
       {arrow::time32(arrow::TimeUnit::SECOND), "Time32[unit=seconds]"},
@@ -76,22 +68,12 @@ TEST(ParquetTypes, DatesTimesAndTimestamps) {
        "Timestamp[unit=nanoseconds, timezone=+05:30]"},
       {arrow::timestamp(arrow::TimeUnit::SECOND, "Europe/Zürich"),
        "Timestamp[unit=seconds, timezone=Europe/Zürich]"},
-  });
-}
-
-TEST(ParquetTypes, TextBinaryBooleanAndNull) {
-  expectDescriptions({
       {arrow::utf8(), "String"},
       {arrow::large_utf8(), "String"},
       {arrow::binary(), "ByteArray"},
       {arrow::large_binary(), "ByteArray"},
       {arrow::boolean(), "Boolean"},
       {arrow::null(), "Null"},
-  });
-}
-
-TEST(ParquetTypes, NestedTypesRecurse) {
-  expectDescriptions({
       {arrow::dictionary(arrow::int8(), arrow::utf8()), "Dictionary<index=Int8, value=String>"},
       {arrow::dictionary(arrow::int32(), arrow::float64()),
        "Dictionary<index=Int32, value=Float64>"},
@@ -108,11 +90,6 @@ TEST(ParquetTypes, NestedTypesRecurse) {
            "inner",
            arrow::struct_({arrow::field("t", arrow::timestamp(arrow::TimeUnit::MILLI, "UTC"))}))}),
        "Struct<inner: Struct<t: Timestamp[unit=milliseconds, timezone=UTC]>>"},
-  });
-}
-
-TEST(ParquetTypes, TypesWithoutDescriptionAreUnknownAtAnyDepth) {
-  expectDescriptions({
       {arrow::month_interval(), "Unknown"},
       {arrow::day_time_interval(), "Unknown"},
       {arrow::month_day_nano_interval(), "Unknown"},

@@ -84,14 +84,7 @@ TEST(InfoCommand, JsonHoldsTheWholeSummary) {
 TEST(InfoCommand, JsonOfAFileWithoutRowGroups) {
   vxtest::TempDir dir;
   const std::string path = dir.file("empty.parquet");
-  {
-    auto sink = arrow::io::FileOutputStream::Open(path).ValueOrDie();
-    auto writer = parquet::arrow::FileWriter::Open(*vxtest::simpleTable(0)->schema(),
-                                                   arrow::default_memory_pool(), sink)
-                      .ValueOrDie();
-    ASSERT_TRUE(writer->Close().ok());
-    ASSERT_TRUE(sink->Close().ok());
-  }
+  vxtest::writeParquetWithoutRowGroups(path, vxtest::simpleTable(0)->schema());
   const auto result = vxtest::runVxparquet("info " + path + " --json");
   ASSERT_EQ(result.exitCode, 0) << result.err;
   const ptree json = parseJson(result.out);

@@ -87,13 +87,7 @@ TEST(StatsCommand, ShowsTimesDatesAndMissingBounds) {
 TEST(StatsCommand, FileWithoutRowGroupsPrintsNoRows) {
   vxtest::TempDir dir;
   const std::string file = dir.file("empty.parquet");
-  {
-    auto sink = arrow::io::FileOutputStream::Open(file).ValueOrDie();
-    auto writer = parquet::arrow::FileWriter::Open(*vxtest::simpleTable(0)->schema(),
-                                                   arrow::default_memory_pool(), sink)
-                      .ValueOrDie();
-    ASSERT_TRUE(writer->Close().ok());
-  }
+  vxtest::writeParquetWithoutRowGroups(file, vxtest::simpleTable(0)->schema());
   const auto text = vxtest::runVxparquet("stats " + file);
   EXPECT_EQ(text.exitCode, 0) << text.err;
   EXPECT_EQ(text.out, kHeader);
