@@ -76,7 +76,8 @@ Result<int64_t> ColumnHeight(const vxArray* column, const std::string& where) {
       return Status::Invalid(where, ": a ", vxGetClassName(column), " column must have one ",
                              "column, not ", vxGetN(column));
     }
-    return static_cast<int64_t>(vxGetM(column));
+    // An empty array (3x0, say) holds no values, so it is a column of no rows.
+    return static_cast<int64_t>(vxGetNumberOfElements(column));
   }
   if (id == vxCHAR_CLASS) return static_cast<int64_t>(vxGetM(column));  // one row per text
   Status status;
@@ -743,6 +744,12 @@ Result<std::shared_ptr<::arrow::Table>> TableToArrow(const vxArray* table, Value
   ARROW_ASSIGN_OR_RAISE(auto arrays, ColumnsToArrow(host, "table", values));
   ::arrow::FieldVector fields;
   for (size_t i = 0; i < arrays.size(); ++i) {
+    // Arrow trusts a table's columns to be as long as the table; a shorter one would let a
+    // later slice run off its end.
+    if (arrays[i]->length() != host.rows) {
+      return Status::Invalid("table: column '", host.names[i], "' has ", arrays[i]->length(),
+                             " rows but the table has ", host.rows);
+    }
     fields.push_back(::arrow::field(host.names[i], arrays[i]->type()));
   }
   return ::arrow::Table::Make(::arrow::schema(fields), arrays, host.rows);

@@ -76,6 +76,13 @@ TEST(MalformedTables, SayWhatIsWrongAndWhere) {
   table = makeHostTable({"a", "b"}, std::move(uneven));
   expectInvalid(table.get(), "column 'b' has 2 rows but column 'a' has 3");
 
+  // An empty 3x0 array holds no values: it is a column of no rows, not of three.
+  std::vector<matrix::unique_array> emptyBeside;
+  emptyBeside.push_back(doubles({1, 2, 3}));
+  emptyBeside.emplace_back(vxCreateDoubleMatrix(3, 0, vxREAL));
+  table = makeHostTable({"a", "e"}, std::move(emptyBeside));
+  expectInvalid(table.get(), "column 'e' has 0 rows but column 'a' has 3");
+
   const char* someField[] = {"x"};
   std::vector<matrix::unique_array> plainStruct;
   plainStruct.emplace_back(vxCreateStructMatrix(1, 1, 1, someField));
