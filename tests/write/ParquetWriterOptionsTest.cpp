@@ -149,6 +149,22 @@ TEST(ParquetWriterOptions, BuildErrorsNameTheOptionAndItsValue) {
          return twoVariables({"plain", "rle"}, {"nope", "zstd"});
        },
        kInvalidOption, MessageArguments{enc, std::string("rle")}},
+      // The setter takes any length; a row group must still hold at least one row, or Parquet
+      // would append empty row groups without end.
+      {"no rows per row group",
+       [] {
+         auto o = withNames({u"a"}, {}, {});
+         o.setMaxRowGroupLength(0);
+         return o;
+       },
+       kInvalidOption, MessageArguments{std::string("MaxRowGroupLength"), std::string("0")}},
+      {"negative row-group length",
+       [] {
+         auto o = withNames({u"a"}, {}, {});
+         o.setMaxRowGroupLength(-5);
+         return o;
+       },
+       kInvalidOption, MessageArguments{std::string("MaxRowGroupLength"), std::string("-5")}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);

@@ -149,6 +149,11 @@ void ParquetWriterOptions::validate() const {
       throwException<msg::InvalidOption>("VariableEncoding", encoding);
     }
   }
+  // Parquet cuts each table into row groups of at most this many rows; with none allowed per
+  // row group it would append empty row groups for ever.
+  if (mMaxRowGroupLength < 1) {
+    throwException<msg::InvalidOption>("MaxRowGroupLength", std::to_string(mMaxRowGroupLength));
+  }
 }
 
 std::vector<std::string> ParquetWriterOptions::leafPathsOf(size_t variable) const {
