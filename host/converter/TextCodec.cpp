@@ -1,5 +1,7 @@
 #include "host/converter/TextCodec.hpp"
 
+#include "host/unicode/ustring.hpp"
+
 #include <cstring>
 
 namespace vantro::io::arrow::core::text {
@@ -31,40 +33,6 @@ inline char16_t NarrowBlock(const char16_t* __restrict data, uint8_t* __restrict
   return any;
 }
 
-// Decodes one code point at data[i] and advances i past it; a malformed sequence yields
-// U+FFFD and consumes only its maximal invalid prefix, as the Unicode standard recommends.
-char32_t DecodeUtf8(const uint8_t* data, size_t size, size_t& i) {
-  const uint8_t lead = data[i++];
-  if (lead < 0x80) return lead;
-  int extra;
-  char32_t cp;
-  uint8_t lo = 0x80, hi = 0xBF;  // allowed range of the first continuation byte
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    extra = 1;
-    cp = lead & 0x1F;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    extra = 2;
-    cp = lead & 0x0F;
-    if (lead == 0xE0) lo = 0xA0;
-    if (lead == 0xED) hi = 0x9F;  // no surrogates
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    extra = 3;
-    cp = lead & 0x07;
-    if (lead == 0xF0) lo = 0x90;
-    if (lead == 0xF4) hi = 0x8F;  // nothing past U+10FFFF
-  } else {
-    return kReplacement;
-  }
-  for (int k = 0; k < extra; ++k) {
-    if (i >= size || data[i] < lo || data[i] > hi) return kReplacement;
-    cp = (cp << 6) | (data[i] & 0x3F);
-    lo = 0x80;
-    hi = 0xBF;
-    ++i;
-  }
-  return cp;
-}
-
 // One pass serves both counting (kWrite false) and writing, so the two always agree.
 template <bool kWrite>
 size_t DecodeAll(const uint8_t* data, size_t size, char16_t* out) {
@@ -81,7 +49,7 @@ size_t DecodeAll(const uint8_t* data, size_t size, char16_t* out) {
       i += 8;
     }
     if (i >= size) break;
-    const char32_t cp = DecodeUtf8(data, size, i);
+    const char32_t cp = foundation::unicode::decodeUtf8(data, size, i);
     if (cp < 0x10000) {
       if (kWrite) out[units] = static_cast<char16_t>(cp);
       units += 1;

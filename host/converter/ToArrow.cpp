@@ -18,6 +18,7 @@
 
 #include "host/converter/Converter.hpp"
 #include "host/converter/HostValues.hpp"
+#include "host/converter/ParallelFor.hpp"
 #include "host/converter/TextCodec.hpp"
 #include "host/services/Services.hpp"
 
@@ -709,18 +710,6 @@ Result<HostTable> ReadTable(const vxArray* table, const std::string& where) {
     }
   }
   return result;
-}
-
-template <typename Work>
-void ParallelFor(size_t count, Work work) {
-  const int threads =
-      static_cast<int>(std::max<int64_t>(1, foundation::services::getNumComputationalThreads()));
-  if (threads == 1 || count < 2) {
-    for (size_t i = 0; i < count; ++i) work(i);
-    return;
-  }
-  tbb::task_arena arena(threads);
-  arena.execute([&] { tbb::parallel_for(size_t{0}, count, [&](size_t i) { work(i); }); });
 }
 
 Result<ArrayVector> ColumnsToArrow(const HostTable& table, const std::string& where,

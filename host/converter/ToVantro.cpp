@@ -19,6 +19,7 @@
 
 #include "host/converter/Converter.hpp"
 #include "host/converter/HostValues.hpp"
+#include "host/converter/ParallelFor.hpp"
 #include "host/converter/TextCodec.hpp"
 #include "host/services/Services.hpp"
 
@@ -737,19 +738,6 @@ Status UnsupportedColumn(const std::string& name, const std::shared_ptr<DataType
                 "Column '" + name + "' has Arrow type " + type->ToString() +
                     ", which the host cannot represent",
                 std::make_shared<TableErrorStatusDetail>(name, type));
-}
-
-// Runs work(i) for i in [0, count) on the host's computational threads.
-template <typename Work>
-void ParallelFor(size_t count, Work work) {
-  const int threads =
-      static_cast<int>(std::max<int64_t>(1, foundation::services::getNumComputationalThreads()));
-  if (threads == 1 || count < 2) {
-    for (size_t i = 0; i < count; ++i) work(i);
-    return;
-  }
-  tbb::task_arena arena(threads);
-  arena.execute([&] { tbb::parallel_for(size_t{0}, count, [&](size_t i) { work(i); }); });
 }
 
 }  // namespace

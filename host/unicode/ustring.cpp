@@ -7,44 +7,6 @@ namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-// Decodes one code point starting at text[i] and advances i; malformed input (bad lead byte,
-// truncated or overlong sequence, surrogate, value past U+10FFFF) yields U+FFFD and consumes
-// the maximal invalid prefix, as the Unicode standard recommends.
-char32_t decodeUtf8(std::string_view text, size_t& i) {
-  const auto byte = [&](size_t k) { return static_cast<uint8_t>(text[k]); };
-  const uint8_t lead = byte(i++);
-  if (lead < 0x80) return lead;
-  int extra;
-  char32_t cp;
-  char32_t lo = 0x80, hi = 0xBF;  // allowed range of the first continuation byte
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    extra = 1;
-    cp = lead & 0x1F;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    extra = 2;
-    cp = lead & 0x0F;
-    if (lead == 0xE0) lo = 0xA0;
-    if (lead == 0xED) hi = 0x9F;
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    extra = 3;
-    cp = lead & 0x07;
-    if (lead == 0xF0) lo = 0x90;
-    if (lead == 0xF4) hi = 0x8F;
-  } else {
-    return kReplacement;
-  }
-  for (int k = 0; k < extra; ++k) {
-    if (i >= text.size()) return kReplacement;
-    const uint8_t b = byte(i);
-    if (b < lo || b > hi) return kReplacement;
-    lo = 0x80;
-    hi = 0xBF;
-    cp = (cp << 6) | (b & 0x3F);
-    ++i;
-  }
-  return cp;
-}
-
 void appendUtf16(std::u16string& out, char32_t cp) {
   if (cp < 0x10000) {
     out.push_back(static_cast<char16_t>(cp));
@@ -75,6 +37,38 @@ void appendUtf8(std::string& out, char32_t cp) {
 
 }  // namespace
 
+char32_t decodeUtf8(const uint8_t* data, size_t size, size_t& i) {
+  const uint8_t lead = data[i++];
+  if (lead < 0x80) return lead;
+  int extra;
+  char32_t cp;
+  uint8_t lo = 0x80, hi = 0xBF;  // allowed range of the first continuation byte
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    extra = 1;
+    cp = lead & 0x1F;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    extra = 2;
+    cp = lead & 0x0F;
+    if (lead == 0xE0) lo = 0xA0;  // no overlong forms
+    if (lead == 0xED) hi = 0x9F;  // no surrogates
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    extra = 3;
+    cp = lead & 0x07;
+    if (lead == 0xF0) lo = 0x90;
+    if (lead == 0xF4) hi = 0x8F;  // nothing past U+10FFFF
+  } else {
+    return kReplacement;
+  }
+  for (int k = 0; k < extra; ++k) {
+    if (i >= size || data[i] < lo || data[i] > hi) return kReplacement;
+    cp = (cp << 6) | (data[i] & 0x3F);
+    lo = 0x80;
+    hi = 0xBF;
+    ++i;
+  }
+  return cp;
+}
+
 std::u16string utf8_to_ustring(std::string_view utf8) {
   std::u16string out;
   out.reserve(utf8.size());
@@ -84,7 +78,9 @@ std::u16string utf8_to_ustring(std::string_view utf8) {
     while (i < utf8.size() && static_cast<uint8_t>(utf8[i]) < 0x80) {
       out.push_back(static_cast<char16_t>(utf8[i++]));
     }
-    if (i < utf8.size()) appendUtf16(out, decodeUtf8(utf8, i));
+    if (i < utf8.size()) {
+      appendUtf16(out, decodeUtf8(reinterpret_cast<const uint8_t*>(utf8.data()), utf8.size(), i));
+    }
   }
   return out;
 }
