@@ -12,6 +12,7 @@
 
 #include <arrow/io/file.h>
 #include <arrow/ipc/json_simple.h>
+#include <boost/property_tree/json_parser.hpp>
 
 #include "host/unicode/ustring.hpp"
 
@@ -152,14 +153,21 @@ std::optional<foundation::core::except::MessageArguments> expectHostError(
 
 ProgramResult runVxparquet(const std::string& arguments) {
   TempDir scratch;
-  const std::string command = std::string(VX_BINARY_DIR) + "/tools/vxparquet " + arguments +
-                              " >" + scratch.file("out") + " 2>" + scratch.file("err");
+  const std::string command = std::string(VX_BINARY_DIR) + "/tools/vxparquet " + arguments + " >" +
+                              scratch.file("out") + " 2>" + scratch.file("err");
   ProgramResult result;
   const int status = std::system(command.c_str());
   result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   result.out = readBytes(scratch.file("out"));
   result.err = readBytes(scratch.file("err"));
   return result;
+}
+
+boost::property_tree::ptree parseJson(const std::string& text) {
+  std::istringstream in(text);
+  boost::property_tree::ptree tree;
+  boost::property_tree::read_json(in, tree);
+  return tree;
 }
 
 std::string interopDir() {

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <parquet/arrow/writer.h>
 #include <parquet/properties.h>
+#include <boost/property_tree/ptree.hpp>
 
 #include "host/except/Exception.hpp"
 #include "host/log/DiagnosticLogger.hpp"
@@ -101,6 +102,9 @@ struct ProgramResult {
   std::string err;
 };
 ProgramResult runVxparquet(const std::string& arguments);
+
+// Parses the program's JSON output; throws boost's parser error on invalid JSON.
+boost::property_tree::ptree parseJson(const std::string& text);
 
 // The public Parquet test corpus, when ../shared holds it; empty otherwise.
 std::string interopDir();

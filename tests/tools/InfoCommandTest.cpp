@@ -17,12 +17,7 @@ namespace {
 using boost::property_tree::ptree;
 using testing::HasSubstr;
 
-ptree parseJson(const std::string& text) {
-  std::istringstream in(text);
-  ptree tree;
-  boost::property_tree::read_json(in, tree);
-  return tree;
-}
+using vxtest::parseJson;
 
 std::vector<std::string> lines(const std::string& text) {
   std::vector<std::string> result;

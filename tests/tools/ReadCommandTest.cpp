@@ -15,12 +15,7 @@ namespace {
 using boost::property_tree::ptree;
 using testing::HasSubstr;
 
-ptree parseJson(const std::string& text) {
-  std::istringstream in(text);
-  ptree tree;
-  boost::property_tree::read_json(in, tree);
-  return tree;
-}
+using vxtest::parseJson;
 
 // The numbers of a JSON array, e.g. a table column.
 std::vector<int64_t> numbers(const ptree& array) {
