@@ -1,0 +1,120 @@
+## -*- texinfo -*-
+## @deftypefn  {} {@var{T} =} pq_read (@var{file})
+## @deftypefnx {} {@var{T} =} pq_read (@var{file}, @var{name}, @var{value}, @dots{})
+## @deftypefnx {} {[@var{T}, @var{rowgroups}] =} pq_read (@dots{})
+## Read a Parquet file, some of its row groups or the row groups in a byte range.
+##
+## @var{T} is a 1x1 struct with one field per variable (any text is a field name), each an Rx1
+## column:
+## @itemize
+## @item numeric and logical columns keep their class (int8 @dots{} uint64, single, double,
+## logical); a missing value makes the column double with NaN (64-bit integers only when
+## every value is exactly a double, otherwise the read fails with
+## "VANTRO:parquetio:read:InternalInvalidRead" naming the column, row and value);
+## @item text is an Rx1 cell of char rows (UTF-8); a missing text is @code{[]};
+## @item binary values are uint8 column vectors in a cell; missing is @code{[]};
+## @item timestamps, dates, times and durations are a struct
+## @code{Type, Ticks, Unit, TimeZone, Kind, Missing} (@code{Ticks} an Rx1 int64 count of
+## @code{Unit} since 1970-01-01, or since midnight for times; @code{Missing} Rx1 logical); with
+## @code{"DatesAs", "datenum"} they are doubles instead: datenum day numbers for dates and
+## timestamps, days for times and durations, NaN where missing;
+## @item dictionary (categorical) columns are a struct
+## @code{Type, Codes, Categories, Ordered, Missing} with 0-based @code{Codes} into the cellstr
+## @code{Categories};
+## @item lists are cell columns, structs nested 1x1 structs of columns, maps cells of structs
+## with the fields @code{Key} and @code{Value}.
+## @end itemize
+##
+## Options:
+## @table @asis
+## @item "Variables"
+## cellstr (or one name): read only these variables, in this order.  An unknown name fails
+## with "VANTRO:octave:UnknownVariable".
+## @item "RowGroups"
+## row-group numbers (1-based), read in the order given.
+## @item "ByteRange"
+## @code{[offset size]}: the row groups whose first byte lies in the range, so that adjacent
+## ranges split a file between independent readers.
+## @item "Where"
+## a row filter, e.g. @code{"x > 5 & s == ""abc"""} (see @code{pq_reader} for the syntax).
+## Row groups whose statistics rule out a match are not read; the rows read are filtered
+## exactly.
+## @item "DatesAs"
+## @code{"ticks"} (default) or @code{"datenum"}.
+## @end table
+## "RowGroups" and "ByteRange" exclude each other.  The second output lists the row groups
+## that were read.
+##
+## Examples:
+## @example
+## @group
+## T = pq_read ("t.parquet");
+## T = pq_read ("t.parquet", "Variables", @{"x", "s"@}, "RowGroups", [2 1]);
+## [T, rg] = pq_read ("t.parquet", "ByteRange", [0 1e6]);
+## T = pq_read ("t.parquet", "Where", "x >= 2 & ~(s == 'b')");
+## T = pq_read ("t.parquet", "DatesAs", "datenum");   datestr (T.when(1))
+## @end group
+## @end example
+## @seealso{pq_reader, pq_info, pq_write, pq_stats}
+## @end deftypefn
+
+function [T, rowgroups] = pq_read (file, varargin)
+  if (nargin < 1)
+    print_usage ();
+  endif
+  opts = pq_options ("pq_read", {"Variables", "RowGroups", "ByteRange", "Where", "DatesAs"},
+                     varargin);
+  [T, rowgroups] = __pq_mex__ ("read", file, opts);
+endfunction
+
+%!shared dir, file, T0
+%! dir = tempname (); mkdir (dir);
+%! file = fullfile (dir, "t.parquet");
+%! T0 = struct ("x", (1:6)', "s", {{"a"; "b"; "c"; "d"; "e"; "f"}}, "k", int32 ([6:-1:1]'));
+%! pq_write (file, T0, "RowGroupHeights", [2 2 2]);
+
+%!test
+%! [T, rg] = pq_read (file);
+%! assert (T, T0);
+%! assert (rg, [1; 2; 3]);
+%!test
+%! T = pq_read (file, "Variables", {"k", "x"});
+%! assert (fieldnames (T), {"k"; "x"});
+%! assert (T.k, T0.k);
+%!assert (pq_read (file, "variables", "s").s, T0.s)
+%!test
+%! [T, rg] = pq_read (file, "RowGroups", [3 1]);
+%! assert (T.x, [5; 6; 1; 2]);
+%! assert (rg, [3; 1]);
+%!test
+%! info = pq_info (file);
+%! [T, rg] = pq_read (file, "ByteRange", [info.RowGroupOffsets(2), 1]);
+%! assert (rg, 2);
+%! assert (T.x, [3; 4]);
+%! [T, rg] = pq_read (file, "ByteRange", [0 info.FileSize]);
+%! assert (rg, [1; 2; 3]);
+%! [T, rg] = pq_read (file, "ByteRange", [info.FileSize 10]);
+%! assert (rg, zeros (0, 1));
+%! assert (fieldnames (T), {"x"; "s"; "k"});
+%!test
+%! ## Text keeps every code point; a missing text is [].
+%! f = fullfile (dir, "u.parquet");
+%! pq_write (f, struct ("s", {{"żółw"; []; ""; "a\0b"; "\xF0\x9F\x98\x80"}}));
+%! T = pq_read (f);
+%! assert (T.s, {"żółw"; []; ""; "a\0b"; "\xF0\x9F\x98\x80"});
+
+%!error id=VANTRO:octave:UnknownVariable pq_read (file, "Variables", {"x", "nope"})
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "RowGroups", 1, "ByteRange", [0 1])
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "ByteRange", [0 1 2])
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "Colour", 1)
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "Variables")
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "DatesAs", "julian")
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "RowGroups", "1")
+%!error id=VANTRO:parquetio:read:InternalInvalidRead pq_read (file, "RowGroups", 4)
+%!error id=VANTRO:parquetio:read:InternalInvalidRead pq_read (file, "RowGroups", 0)
+%!error id=VANTRO:vfs:FileNotFound pq_read (fullfile (dir, "none.parquet"))
+%!error <Invalid call> pq_read ()
+
+%!test
+%! confirm_recursive_rmdir (false, "local");
+%! rmdir (dir, "s");

@@ -1,0 +1,19 @@
+#pragma once
+
+// The gateway's commands, one per package function (see the .m files for their arguments).
+// Each reads its arguments from args[0..count) and returns its outputs through out.
+#include <mex.h>
+
+namespace vantro::octave {
+
+using Command = void (*)(int nout, mxArray* out[], int count, const mxArray* args[]);
+
+void infoCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void countCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void readCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void rowGroupsCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void restoreCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void statsCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void writeCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+
+}  // namespace vantro::octave

@@ -1,0 +1,95 @@
+// __pq_mex__: the one MEX entry point of the Octave package. The package's .m functions call
+// __pq_mex__(COMMAND, ...). Library errors become Octave errors with the library's identifier
+// and catalogue text; the library's warnings become Octave warnings with theirs.
+#include <cstring>
+#include <exception>
+#include <string>
+
+#include <mex.h>
+
+#include "Commands.hpp"
+#include "OctaveInterrupts.hpp"
+#include "OctaveValues.hpp"
+#include "host/except/Exception.hpp"
+#include "host/matrix/Matrix.hpp"
+
+namespace {
+
+using namespace vantro::octave;
+
+struct Failure {
+  std::string identifier;
+  std::string message;
+};
+
+Command commandNamed(const std::string& name) {
+  if (name == "info") return infoCommand;
+  if (name == "count") return countCommand;
+  if (name == "read") return readCommand;
+  if (name == "rowgroups") return rowGroupsCommand;
+  if (name == "restore") return restoreCommand;
+  if (name == "stats") return statsCommand;
+  if (name == "write") return writeCommand;
+  return nullptr;
+}
+
+// Runs the command; every C++ exception stops here, so that Octave's own error unwinding never
+// crosses the library's frames.
+bool run(int nout, mxArray* out[], int count, const mxArray* args[], Failure& failure) {
+  try {
+    if (count < 1 || !mxIsChar(args[0])) {
+      throw TranslationError{"VANTRO:octave:InvalidArgument", "__pq_mex__ needs a command name"};
+    }
+    const std::string name = textOf(args[0], "the command");
+    const Command command = commandNamed(name);
+    if (command == nullptr) {
+      throw TranslationError{"VANTRO:octave:InvalidArgument", "unknown command '" + name + "'"};
+    }
+    InterruptBridge bridge;
+    command(nout, out, count - 1, args + 1);
+    return true;
+  } catch (const foundation::core::except::IMsgIDException& e) {
+    failure = {e.identifier(), e.message()};
+  } catch (const TranslationError& e) {
+    failure = {e.identifier, e.message};
+  } catch (const std::bad_alloc&) {
+    failure = {"VANTRO:octave:OutOfMemory", "Out of memory."};
+  } catch (const std::exception& e) {
+    failure = {"VANTRO:octave:InternalError", e.what()};
+  }
+  return false;
+}
+
+// Warnings the host recorded during the call, as Octave warnings.
+void forwardWarnings() {
+  for (const auto& warning : matrix::takeWarnings()) {
+    mexWarnMsgIdAndTxt(warning.identifier.c_str(), "%s", warning.message.c_str());
+  }
+}
+
+}  // namespace
+
+extern "C" void mexFunction(int nlhs, mxArray* plhs[], int nrhs, const mxArray* prhs[]) {
+  static bool initialised = false;
+  if (!initialised) {
+    // Octave shows the warnings; the host's own copy on standard error would repeat them.
+    matrix::setPrintWarnings(false);
+    initialised = true;
+  }
+  Failure failure;
+  const bool ok = run(nlhs, plhs, nrhs, prhs, failure);
+  forwardWarnings();
+  if (!ok) {
+    for (int i = 0; i < nlhs; ++i) {
+      if (plhs[i] != nullptr) mxDestroyArray(plhs[i]);
+      plhs[i] = nullptr;
+    }
+    // error(struct) keeps the message as it is (mexErrMsgIdAndTxt would prefix our name).
+    const char* fields[] = {"message", "identifier"};
+    mxArray* error = mxCreateStructMatrix(1, 1, 2, fields);
+    mxSetField(error, 0, "message", mxCreateString(failure.message.c_str()));
+    mxSetField(error, 0, "identifier", mxCreateString(failure.identifier.c_str()));
+    failure = {};
+    mexCallMATLAB(0, nullptr, 1, &error, "error");
+  }
+}

@@ -1,0 +1,194 @@
+// Commands that only read: info, count, read, the reader's row-group list and saved state,
+// statistics.
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "Commands.hpp"
+#include "MexArguments.hpp"
+#include "OctaveValues.hpp"
+#include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/info/ParquetInfo.hpp"
+#include "toolbox/vantro/io/parquet/core/info/RowGroupCount.hpp"
+#include "toolbox/vantro/io/parquet/core/info/TypeDescriptions.hpp"
+#include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
+
+namespace vantro::octave {
+
+namespace {
+
+using foundation::unicode::ustring_to_utf8;
+using foundation::unicode::utf8_to_ustring;
+using vantro::io::parquet::core::read::RowGroupParquetReader;
+
+[[noreturn]] void invalid(const std::string& message) {
+  throw TranslationError{"VANTRO:octave:InvalidArgument", message};
+}
+
+void requireArguments(int count, int wanted, const char* command) {
+  if (count < wanted) invalid(std::string(command) + ": too few arguments");
+}
+
+std::vector<double> allRowGroups(double total) {
+  std::vector<double> rowGroups;
+  for (double i = 1; i <= total; ++i) rowGroups.push_back(i);
+  return rowGroups;
+}
+
+// The reader for the options RowGroups or ByteRange (at most one), else for every row group.
+RowGroupParquetReader openReader(const std::u16string& file, const mxArray* options) {
+  const auto rowGroups = optionOf(options, "RowGroups");
+  const auto byteRange = optionOf(options, "ByteRange");
+  if (rowGroups && byteRange) invalid("RowGroups and ByteRange exclude each other");
+  if (byteRange) {
+    const auto range = numbersOf(*byteRange, "ByteRange");
+    if (range.size() != 2) invalid("ByteRange must be [offset size]");
+    return RowGroupParquetReader(file, range[0], range[1]);
+  }
+  if (rowGroups) return RowGroupParquetReader(file, numbersOf(*rowGroups, "RowGroups"));
+  RowGroupParquetReader probe(file, std::vector<double>{});
+  return RowGroupParquetReader(file, allRowGroups(probe.getTotalNumRowGroups()));
+}
+
+// Selects the Variables option; a name the file lacks is refused with the file's names.
+void selectVariables(RowGroupParquetReader& reader, const mxArray* options) {
+  const auto variables = optionOf(options, "Variables");
+  if (!variables) return;
+  const std::vector<std::u16string> known = reader.getVariableNames();
+  std::vector<std::u16string> names;
+  for (const auto& name : textListOf(*variables, "Variables")) {
+    names.push_back(utf8_to_ustring(name));
+    if (std::find(known.begin(), known.end(), names.back()) == known.end()) {
+      std::string list;
+      for (const auto& k : known) list += (list.empty() ? "" : ", ") + ustring_to_utf8(k);
+      throw TranslationError{"VANTRO:octave:UnknownVariable",
+                             "The file has no variable '" + name + "'. Its variables: " + list +
+                                 "."};
+    }
+  }
+  reader.setSelectedVariableNames(names);
+}
+
+ToOctaveOptions translationOptions(const mxArray* options) {
+  ToOctaveOptions translation;
+  if (const auto dates = optionOf(options, "DatesAs")) {
+    const std::string choice = textOf(*dates, "DatesAs");
+    if (choice != "ticks" && choice != "datenum") invalid("DatesAs must be \"ticks\" or \"datenum\"");
+    translation.datesAsDatenum = choice == "datenum";
+  }
+  return translation;
+}
+
+const mxArray* optionsArgument(int count, const mxArray* args[], int position) {
+  return count > position ? args[position] : nullptr;
+}
+
+}  // namespace
+
+void infoCommand(int, mxArray* out[], int count, const mxArray* args[]) {
+  requireArguments(count, 1, "info");
+  const vantro::io::parquet::core::info::ParquetInfo info(fileNameOf(args[0]));
+  static const char* kFields[] = {
+      "Filename",          "FileSize",           "NumRowGroups",         "RowGroupHeights",
+      "RowGroupOffsets",   "VariableNames",      "VariableTypes",        "VariableCompression",
+      "VariableEncoding",  "Version",            "ParquetPhysicalTypes", "ParquetConvertedTypes",
+      "ParquetLogicalTypes", "ArrowTypes",       "TypeDescriptions"};
+  mxArray* result = mxCreateStructMatrix(1, 1, sizeof(kFields) / sizeof(kFields[0]), kFields);
+  mxSetField(result, 0, "Filename", textOfUtf8(ustring_to_utf8(info.getFilename())));
+  mxSetField(result, 0, "FileSize", mxCreateDoubleScalar(static_cast<double>(info.getFileSize())));
+  mxSetField(result, 0, "NumRowGroups", mxCreateDoubleScalar(info.getNumRowGroups()));
+  mxSetField(result, 0, "RowGroupHeights", doubleColumnOf(info.getRowGroupHeights()));
+  mxSetField(result, 0, "RowGroupOffsets", doubleColumnOf(info.getRowGroupOffsets()));
+  mxSetField(result, 0, "VariableNames", cellRowOf(info.getVariableNames()));
+  mxSetField(result, 0, "VariableTypes", cellRowOf(info.getVariableTypes()));
+  mxSetField(result, 0, "VariableCompression", cellRowOf(info.getVariableCompression()));
+  mxSetField(result, 0, "VariableEncoding", cellRowOf(info.getVariableEncoding()));
+  mxSetField(result, 0, "Version", textOfUtf8(info.getVersion()));
+  mxSetField(result, 0, "ParquetPhysicalTypes", cellRowOf(info.getParquetPhysicalTypes()));
+  mxSetField(result, 0, "ParquetConvertedTypes", cellRowOf(info.getParquetConvertedTypes()));
+  mxSetField(result, 0, "ParquetLogicalTypes", cellRowOf(info.getParquetLogicalTypes()));
+  mxSetField(result, 0, "ArrowTypes", cellRowOf(info.getArrowTypes()));
+  mxSetField(result, 0, "TypeDescriptions",
+             cellRowOf(vantro::io::parquet::core::info::parquet_types(info.getArrowSchema())));
+  out[0] = result;
+}
+
+void countCommand(int, mxArray* out[], int count, const mxArray* args[]) {
+  requireArguments(count, 1, "count");
+  std::vector<std::u16string> files;
+  for (const auto& name : textListOf(args[0], "files")) files.push_back(utf8_to_ustring(name));
+  out[0] = doubleColumnOf(vantro::io::parquet::core::info::getNumRowGroupsAsync(std::move(files)));
+}
+
+void readCommand(int nout, mxArray* out[], int count, const mxArray* args[]) {
+  requireArguments(count, 1, "read");
+  const mxArray* options = optionsArgument(count, args, 1);
+  const ToOctaveOptions translation = translationOptions(options);
+  RowGroupParquetReader reader = openReader(fileNameOf(args[0]), options);
+  selectVariables(reader, options);
+  const bool whole = !optionOf(options, "RowGroups") && !optionOf(options, "ByteRange");
+  const matrix::unique_array table = whole ? reader.readFullFile() : reader.readall();
+  out[0] = toOctave(table.get(), translation);
+  if (nout > 1) out[1] = doubleColumnOf(reader.getRowGroups());
+}
+
+void rowGroupsCommand(int, mxArray* out[], int count, const mxArray* args[]) {
+  requireArguments(count, 1, "rowgroups");
+  const mxArray* options = optionsArgument(count, args, 1);
+  RowGroupParquetReader reader = openReader(fileNameOf(args[0]), options);
+  selectVariables(reader, options);
+  out[0] = doubleColumnOf(reader.getRowGroups());
+}
+
+// A saved reader state goes through the library's own deserialize, which checks it.
+void restoreCommand(int nout, mxArray* out[], int count, const mxArray* args[]) {
+  requireArguments(count, 1, "restore");
+  const mxArray* state = args[0];
+  if (!mxIsCell(state) || mxGetNumberOfElements(state) != 2) {
+    invalid("a reader state is the 1x2 cell that save returns");
+  }
+  RowGroupParquetReader reader;
+  reader.deserialize(toHost(state));
+  out[0] = textOfUtf8(ustring_to_utf8(reader.getFilename()));
+  if (nout > 1) out[1] = doubleColumnOf(reader.getRowGroups());
+}
+
+void statsCommand(int, mxArray* out[], int count, const mxArray* args[]) {
+  requireArguments(count, 1, "stats");
+  const mxArray* options = optionsArgument(count, args, 1);
+  RowGroupParquetReader reader(fileNameOf(args[0]), std::vector<double>{});
+  const std::vector<std::u16string> known = reader.getVariableNames();
+  std::vector<int> indices;
+  if (const auto variables = optionOf(options, "Variables")) {
+    for (const auto& name : textListOf(*variables, "Variables")) {
+      const auto found = std::find(known.begin(), known.end(), utf8_to_ustring(name));
+      if (found == known.end()) {
+        throw TranslationError{"VANTRO:octave:UnknownVariable",
+                               "The file has no variable '" + name + "'."};
+      }
+      indices.push_back(static_cast<int>(found - known.begin()));
+    }
+  } else {
+    for (size_t i = 0; i < known.size(); ++i) indices.push_back(static_cast<int>(i));
+  }
+  std::vector<std::u16string> names;
+  for (int index : indices) names.push_back(known[index]);
+
+  const auto stats = reader.getStatistics(indices);
+  static const char* kFields[] = {"VariableNames", "HasNullCount", "HasDistinctCount",
+                                  "HasMinMax",     "NullCount",    "DistinctCount",
+                                  "Min",           "Max"};
+  mxArray* result = mxCreateStructMatrix(1, 1, sizeof(kFields) / sizeof(kFields[0]), kFields);
+  const ToOctaveOptions translation = translationOptions(options);
+  mxSetField(result, 0, "VariableNames", cellRowOf(names));
+  mxSetField(result, 0, "HasNullCount", toOctave(stats.hasNullCount.get(), translation));
+  mxSetField(result, 0, "HasDistinctCount", toOctave(stats.hasDistinctCount.get(), translation));
+  mxSetField(result, 0, "HasMinMax", toOctave(stats.hasMinMax.get(), translation));
+  mxSetField(result, 0, "NullCount", toOctave(stats.nullCount.get(), translation));
+  mxSetField(result, 0, "DistinctCount", toOctave(stats.distinctCount.get(), translation));
+  mxSetField(result, 0, "Min", toOctave(stats.min.get(), translation));
+  mxSetField(result, 0, "Max", toOctave(stats.max.get(), translation));
+  out[0] = result;
+}
+
+}  // namespace vantro::octave

@@ -1,0 +1,102 @@
+// pq_write: an Octave table (1x1 struct of columns) through the library's ParquetWriter.
+#include <string>
+#include <vector>
+
+#include <arrow/table.h>
+#include <parquet/arrow/schema.h>
+#include <parquet/schema.h>
+
+#include "Commands.hpp"
+#include "MexArguments.hpp"
+#include "OctaveValues.hpp"
+#include "host/converter/Converter.hpp"
+#include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/write/ParquetWriter.hpp"
+
+namespace vantro::octave {
+
+namespace {
+
+using foundation::unicode::utf8_to_ustring;
+using vantro::io::parquet::core::write::ParquetWriter;
+
+[[noreturn]] void invalid(const std::string& message) {
+  throw TranslationError{"VANTRO:octave:InvalidArgument", message};
+}
+
+// The leaf columns of each variable, named as Parquet's per-column settings name them, so that
+// one compression or encoding per variable reaches every column of a nested variable.
+void setLeafPaths(ParquetWriter& writer, const ::arrow::Schema& schema) {
+  ::parquet::ArrowWriterProperties::Builder arrowProperties;
+  if (writer.getUseCompliantNestedTypes()) arrowProperties.enable_compliant_nested_types();
+  std::shared_ptr<::parquet::SchemaDescriptor> descriptor;
+  const auto status = ::parquet::arrow::ToParquetSchema(
+      &schema, *::parquet::default_writer_properties(), *arrowProperties.build(), &descriptor);
+  if (!status.ok()) invalid("cannot map the table to a Parquet schema: " + status.ToString());
+  std::vector<uint64_t> offsets(schema.num_fields() + 1, 0);
+  std::vector<std::u16string> paths;
+  for (int i = 0; i < descriptor->num_columns(); ++i) {
+    const int variable = descriptor->group_node()->FieldIndex(*descriptor->GetColumnRoot(i));
+    ++offsets[variable + 1];
+    paths.push_back(utf8_to_ustring(descriptor->Column(i)->path()->ToDotString()));
+  }
+  for (size_t i = 1; i < offsets.size(); ++i) offsets[i] += offsets[i - 1];
+  writer.setLeafColumnPaths(std::move(offsets), std::move(paths));
+}
+
+// One setting for every variable, or the list as given (the library checks its length).
+std::vector<std::string> perVariable(const mxArray* value, size_t variables, const char* what) {
+  std::vector<std::string> settings = textListOf(value, what);
+  if (mxIsChar(value)) settings.assign(variables, settings.empty() ? "" : settings[0]);
+  return settings;
+}
+
+}  // namespace
+
+void writeCommand(int, mxArray*[], int count, const mxArray* args[]) {
+  if (count < 2) invalid("pq_write needs a file name and a table");
+  const mxArray* options = count > 2 ? args[2] : nullptr;
+  if (!mxIsStruct(args[1]) || mxGetNumberOfElements(args[1]) != 1) {
+    invalid("the table must be a 1x1 struct with one field per variable");
+  }
+  const std::u16string file = fileNameOf(args[0]);
+  const matrix::unique_array table = toHost(args[1]);
+
+  ParquetWriter writer(file);
+  std::vector<std::u16string> names;
+  for (int f = 0; f < mxGetNumberOfFields(args[1]); ++f) {
+    names.push_back(utf8_to_ustring(mxGetFieldNameByNumber(args[1], f)));
+  }
+  writer.setVariableNames(names);
+  if (const auto version = optionOf(options, "Version")) {
+    writer.setVersion(textOf(*version, "Version"));
+  }
+  if (const auto length = optionOf(options, "MaxRowGroupLength")) {
+    const auto numbers = numbersOf(*length, "MaxRowGroupLength");
+    if (numbers.size() != 1 || !(numbers[0] >= 1) || numbers[0] > 9.2e18) {
+      invalid("MaxRowGroupLength must be one positive number");
+    }
+    writer.setMaxRowGroupLength(static_cast<int64_t>(numbers[0]));
+  }
+  const auto compression = optionOf(options, "Compression");
+  const auto encoding = optionOf(options, "Encoding");
+  if (compression || encoding) {
+    // The schema alone: a view of the table costs no copy of its values.
+    auto view = vantro::io::arrow::core::to_arrow_table_view(table.get());
+    if (view.ok()) setLeafPaths(writer, *(*view)->schema());
+  }
+  if (compression) writer.setVariableCompression(perVariable(*compression, names.size(), "Compression"));
+  if (encoding) writer.setVariableEncoding(perVariable(*encoding, names.size(), "Encoding"));
+
+  if (const auto heights = optionOf(options, "RowGroupHeights")) {
+    const auto values = numbersOf(*heights, "RowGroupHeights");
+    matrix::unique_array hostHeights(vxCreateDoubleMatrix(1, values.size(), vxREAL));
+    std::copy(values.begin(), values.end(), vxGetPr(hostHeights.get()));
+    writer.writeRowGroups(table.get(), hostHeights.get());
+  } else {
+    writer.write(table.get());
+  }
+  writer.close();
+}
+
+}  // namespace vantro::octave
