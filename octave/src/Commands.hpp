@@ -12,6 +12,7 @@ void infoCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void countCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void readCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void rowGroupsCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void nextCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void restoreCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void statsCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void writeCommand(int nout, mxArray* out[], int count, const mxArray* args[]);

@@ -27,6 +27,7 @@ Command commandNamed(const std::string& name) {
   if (name == "count") return countCommand;
   if (name == "read") return readCommand;
   if (name == "rowgroups") return rowGroupsCommand;
+  if (name == "next") return nextCommand;
   if (name == "restore") return restoreCommand;
   if (name == "stats") return statsCommand;
   if (name == "write") return writeCommand;

@@ -1,6 +1,7 @@
 // Commands that only read: info, count, read, the reader's row-group list and saved state,
 // statistics.
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,7 +38,10 @@ std::vector<double> allRowGroups(double total) {
 
 // The reader for the options RowGroups or ByteRange (at most one), else for every row group.
 RowGroupParquetReader openReader(const std::u16string& file, const mxArray* options) {
-  const auto rowGroups = optionOf(options, "RowGroups");
+  // An empty RowGroups list is a list: no row groups.
+  const mxArray* listed = options && mxIsStruct(options) ? mxGetField(options, 0, "RowGroups")
+                                                          : nullptr;
+  const auto rowGroups = listed ? std::optional<const mxArray*>(listed) : std::nullopt;
   const auto byteRange = optionOf(options, "ByteRange");
   if (rowGroups && byteRange) invalid("RowGroups and ByteRange exclude each other");
   if (byteRange) {
@@ -126,18 +130,39 @@ void readCommand(int nout, mxArray* out[], int count, const mxArray* args[]) {
   const ToOctaveOptions translation = translationOptions(options);
   RowGroupParquetReader reader = openReader(fileNameOf(args[0]), options);
   selectVariables(reader, options);
-  const bool whole = !optionOf(options, "RowGroups") && !optionOf(options, "ByteRange");
+  const bool whole = !(options && mxIsStruct(options) && mxGetField(options, 0, "RowGroups")) &&
+                     !optionOf(options, "ByteRange");
   const matrix::unique_array table = whole ? reader.readFullFile() : reader.readall();
   out[0] = toOctave(table.get(), translation);
   if (nout > 1) out[1] = doubleColumnOf(reader.getRowGroups());
 }
 
-void rowGroupsCommand(int, mxArray* out[], int count, const mxArray* args[]) {
+void rowGroupsCommand(int nout, mxArray* out[], int count, const mxArray* args[]) {
   requireArguments(count, 1, "rowgroups");
   const mxArray* options = optionsArgument(count, args, 1);
   RowGroupParquetReader reader = openReader(fileNameOf(args[0]), options);
   selectVariables(reader, options);
   out[0] = doubleColumnOf(reader.getRowGroups());
+  if (nout > 1) out[1] = mxCreateDoubleScalar(reader.getTotalNumRowGroups());
+}
+
+// The reader object's read(): the row group at a 0-based cursor into the RowGroups option,
+// read as the library's row-group reader reads it (a file without row groups yields one
+// empty table). Returns the table and the cursor after it.
+void nextCommand(int nout, mxArray* out[], int count, const mxArray* args[]) {
+  requireArguments(count, 3, "next");
+  const mxArray* options = args[1];
+  const ToOctaveOptions translation = translationOptions(options);
+  const auto rowGroups = optionOf(options, "RowGroups");
+  RowGroupParquetReader reader(fileNameOf(args[0]), rowGroups ? numbersOf(*rowGroups, "RowGroups")
+                                                              : std::vector<double>{});
+  selectVariables(reader, options);
+  const auto cursor = numbersOf(args[2], "the reader's position");
+  if (cursor.size() != 1 || !(cursor[0] >= 0)) invalid("the reader's position is not valid");
+  reader.setRowGroupIndex(static_cast<uint64_t>(cursor[0]));
+  const matrix::unique_array table = reader.read();
+  out[0] = toOctave(table.get(), translation);
+  if (nout > 1) out[1] = mxCreateDoubleScalar(static_cast<double>(reader.getRowGroupIndex()));
 }
 
 // A saved reader state goes through the library's own deserialize, which checks it.
