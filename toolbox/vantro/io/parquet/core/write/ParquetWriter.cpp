@@ -294,6 +294,9 @@ void ParquetWriter::write(const vxArray_tag* table) {
 void ParquetWriter::writeRowGroups(const vxArray_tag* table, const vxArray_tag* rowGroupHeights) {
   VANTRO_PARQUET_TRACE();
   const auto arrowTable = checkedArrowTable(table);
+  // Heights of another class would read as no heights at all and silently write nothing.
+  require(rowGroupHeights != nullptr && vxGetClassID(rowGroupHeights) == vxDOUBLE_CLASS,
+          "RowGroupHeights must be a double array");
   validateSchema(arrowTable->schema(), /*rowGrouped=*/true);
 
   const double* heights = vxGetPr(rowGroupHeights);
@@ -313,13 +316,19 @@ void ParquetWriter::writeRowGroups(const vxArray_tag* table, const vxArray_tag* 
 
 void ParquetWriter::close() {
   VANTRO_PARQUET_TRACE();
-  if (!mFileWriter || !mFile) return;
+  if (!mFile) return;
+  // A schema without a file writer: a write failed after the file was begun. Its rows cannot
+  // be finished into a file; the output is discarded and whatever was at the name stays.
+  require(mFileWriter != nullptr || mSchema == nullptr,
+          "File not finished: an earlier write failed, so nothing was written");
+  if (!mFileWriter) return;
   // One Close finishes Parquet's writer, failed or not: used again, it would touch row-group
   // writers it has already released. Without it, this writer counts as finished.
   const ::arrow::Status closed = mFileWriter->Close();
   mFileWriter.reset();
   throwWriteExceptIfNotOk(closed, mFilename);
   throwWriteExceptIfNotOk(mFile->Close(), mFilename);
+  throwWriteExceptIfNotOk(mFile->Commit(), mFilename);
   mFile.reset();
 }
 
