@@ -140,8 +140,7 @@ bool isStagingName(const std::string& fileName) {
          fileName.size() == marker + sizeof kStagingMarker - 1 + 8;
 }
 
-StreamProvider::Opened openLocalOutput(const std::u16string& displayName,
-                                       const std::string& path) {
+StreamProvider::Opened openLocalOutput(const std::u16string& displayName, const std::string& path) {
   if (isStandardOutput(path)) {
     const int fd = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
     if (fd < 0) throwOpenError(displayName, errno);

@@ -126,9 +126,8 @@ TEST_F(SafeOutput, RowGroupHeightsMustBeDoubles) {
   static_cast<int32_t*>(vxGetData(heights.get()))[1] = 3;
   ParquetWriter writer(u16(dir.file("groups.parquet")));
   writer.setVariableNames({u"t"});
-  const auto arguments =
-      vxtest::expectHostError([&] { writer.writeRowGroups(host.get(), heights.get()); },
-                              kInvalidWrite);
+  const auto arguments = vxtest::expectHostError(
+      [&] { writer.writeRowGroups(host.get(), heights.get()); }, kInvalidWrite);
   ASSERT_TRUE(arguments);
   EXPECT_EQ(arguments->at(1), foundation::core::except::MessageArgument(
                                   u"Invalid: RowGroupHeights must be a double array"));
@@ -194,9 +193,9 @@ TEST_F(SafeOutput, AFifoReceivesTheWholeFileAndStays) {
 
   // Parquet's offsets count from the start of the stream, which cannot seek.
   std::unique_ptr<parquet::arrow::FileReader> parquetReader;
-  ASSERT_TRUE(parquet::arrow::OpenFile(std::make_shared<arrow::io::BufferReader>(
-                                           arrow::Buffer::FromString(received)),
-                                       arrow::default_memory_pool(), &parquetReader)
+  ASSERT_TRUE(parquet::arrow::OpenFile(
+                  std::make_shared<arrow::io::BufferReader>(arrow::Buffer::FromString(received)),
+                  arrow::default_memory_pool(), &parquetReader)
                   .ok());
   std::shared_ptr<arrow::Table> table;
   ASSERT_TRUE(parquetReader->ReadTable(&table).ok());
