@@ -131,8 +131,8 @@ TEST(ShortData, FewerRowsThanTheFooterDeclaresAreRefused) {
   vxtest::writeBytes(forged, bytes);
 
   RowGroupParquetReader reader(u16(forged), std::vector<double>{1});
-  for (const auto& read : std::vector<std::function<void()>>{[&] { reader.read(); },
-                                                             [&] { reader.readFullFile(); }}) {
+  for (const auto& read :
+       std::vector<std::function<void()>>{[&] { reader.read(); }, [&] { reader.readFullFile(); }}) {
     const std::string message = messageOf(expectHostError(read, kInvalidRead));
     EXPECT_NE(message.find("The data holds 39 rows where the footer declares 50"),
               std::string::npos)
