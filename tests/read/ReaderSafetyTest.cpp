@@ -1,4 +1,6 @@
 // Readers refuse what they cannot do safely: no file, impossible footers, short data.
+#include <cstring>
+
 #include <gtest/gtest.h>
 
 #include <arrow/api.h>
@@ -61,7 +63,8 @@ std::string varint(uint64_t value) {
 std::string zigzag(int64_t value) { return varint(static_cast<uint64_t>(value) << 1); }
 
 size_t footerStart(const std::string& bytes) {
-  const uint32_t length = *reinterpret_cast<const uint32_t*>(bytes.data() + bytes.size() - 8);
+  uint32_t length = 0;
+  std::memcpy(&length, bytes.data() + bytes.size() - 8, sizeof length);
   return bytes.size() - 8 - length;
 }
 

@@ -101,6 +101,24 @@ TEST_F(SafeOutput, FailedWritesLeaveThePreviousFileAndNoLeftovers) {
   }
 }
 
+TEST_F(SafeOutput, AWriteLeftByAnExceptionIsDiscardedAndANormalEndFinishesTheFile) {
+  const auto good = hostTable(timestamps("[5000]"));
+  try {
+    ParquetWriter writer(u16(old));
+    writer.setVariableNames({u"t"});
+    writer.write(good.get());
+    throw std::runtime_error("interrupted between row groups");
+  } catch (const std::runtime_error&) {
+  }
+  expectUntouched();
+  {
+    ParquetWriter writer(u16(old));
+    writer.setVariableNames({u"t"});
+    writer.write(good.get());
+  }
+  EXPECT_EQ(vxtest::write::readBack(old)->num_rows(), 1);
+}
+
 TEST_F(SafeOutput, CloseAfterAFailedWriteSaysTheFileWasNotFinished) {
   const auto good = hostTable(timestamps("[5000]"));
   const auto lossy = hostTable(timestamps("[5001]"));

@@ -71,7 +71,10 @@ ParquetWriter::ParquetWriter(const std::u16string& filename) {
 
 ParquetWriter::~ParquetWriter() {
   VANTRO_PARQUET_TRACE();
-  release();
+  // Destroyed while an exception leaves the host's write (an interrupt, a failed conversion of
+  // a later table): the rows so far are not the file the host asked for, so they are discarded
+  // instead of finished into one.
+  release(/*finish=*/std::uncaught_exceptions() <= mUncaughtExceptions);
 }
 
 ParquetWriter::ParquetWriter(ParquetWriter&& other) noexcept
@@ -80,7 +83,8 @@ ParquetWriter::ParquetWriter(ParquetWriter&& other) noexcept
       mVersionSet(other.mVersionSet),
       mFile(std::move(other.mFile)),
       mSchema(std::move(other.mSchema)),
-      mFileWriter(std::move(other.mFileWriter)) {
+      mFileWriter(std::move(other.mFileWriter)),
+      mUncaughtExceptions(other.mUncaughtExceptions) {
   VANTRO_PARQUET_TRACE();
 }
 
@@ -88,20 +92,26 @@ ParquetWriter& ParquetWriter::operator=(ParquetWriter&& other) noexcept {
   VANTRO_PARQUET_TRACE();
   if (this != &other) {
     // The output being replaced is finished or removed, as if this writer were destroyed.
-    release();
+    release(/*finish=*/true);
     mFilename = std::move(other.mFilename);
     mOptions = std::move(other.mOptions);
     mVersionSet = other.mVersionSet;
     mFile = std::move(other.mFile);
     mSchema = std::move(other.mSchema);
     mFileWriter = std::move(other.mFileWriter);
+    mUncaughtExceptions = other.mUncaughtExceptions;
   }
   return *this;
 }
 
-void ParquetWriter::release() noexcept {
+void ParquetWriter::release(bool finish) noexcept {
   try {
-    close();
+    if (finish) {
+      close();
+    } else {
+      // Parquet's writer finishes itself on destruction, into the output about to be removed.
+      mFileWriter.reset();
+    }
   } catch (const std::exception& e) {
     getLogger().log(severity::kError, "Exception caught: ", e.what());
   } catch (...) {
