@@ -102,16 +102,28 @@ int dispatch(const std::string& command, const std::vector<std::string>& words) 
   throw vxparquet::UsageError{"unknown command '" + command + "'"};
 }
 
-int finish(int status) {
-  std::fflush(stdout);
-  gFinished.store(true);
-  return status;
-}
-
 void printError(const std::string& identifier, const std::string& message) {
   // First line: who, what; further lines of the text follow as detail.
   std::fprintf(stderr, "vxparquet %s: error: %s: %s\n", vxparquet::currentCommand().c_str(),
                identifier.c_str(), message.c_str());
+}
+
+// The exit status once the command returned: an interrupted output (a write cut short by
+// Ctrl-C) or one that could not be written is not a success.
+int finish(int status) {
+  const bool flushed = std::fflush(stdout) == 0 && !std::ferror(stdout);
+  if (gInterrupted.load()) {
+    gFinished.store(true);
+    printInterrupted();
+    return 130;
+  }
+  gFinished.store(true);
+  if (!flushed && status == 0) {
+    printError("vxparquet:" + vxparquet::currentCommand() + ":OutputFailed",
+               "Unable to write the output to standard output.");
+    return 1;
+  }
+  return status;
 }
 
 }  // namespace
@@ -146,17 +158,17 @@ int main(int argc, char** argv) {
                  help.c_str());
     return finish(2);
   } catch (const foundation::core::except::InterruptException&) {
-    finish(130);
-    printInterrupted();
-    return 130;
+    gInterrupted.store(true);
+    return finish(130);
   } catch (const foundation::core::except::IMsgIDException& e) {
-    printError(e.identifier(), e.message());
+    // A read cut short by Ctrl-C (EINTR from a blocked FIFO, say) is the interrupt itself.
+    if (!gInterrupted.load()) printError(e.identifier(), e.message());
     return finish(1);
   } catch (const vxparquet::ProgramError& e) {
-    printError(e.identifier, e.message);
+    if (!gInterrupted.load()) printError(e.identifier, e.message);
     return finish(1);
   } catch (const std::exception& e) {
-    printError("vxparquet:" + args[0] + ":Failed", e.what());
+    if (!gInterrupted.load()) printError("vxparquet:" + args[0] + ":Failed", e.what());
     return finish(1);
   }
 }
