@@ -161,9 +161,11 @@ std::string showDatetime(const vxArray* object, size_t row) {
   const auto [seconds, fraction] = splitSeconds(ticks, unit);
   const int64_t days = floorDiv(seconds, 86400);
   if (textField(object, "Kind") == "date64") return civilDate(days);
+  // The zone as read shows it: "Z" for UTC, otherwise the UTC instant and the zone's name.
   const std::string zone = textField(object, "TimeZone");
-  return civilDate(days) + "T" + clockTime(seconds - days * 86400, fraction) +
-         (zone.empty() ? "" : "Z[" + zone + "]");
+  const std::string instant = civilDate(days) + "T" + clockTime(seconds - days * 86400, fraction);
+  if (zone == "UTC" || zone == "Z" || zone == "+00:00") return instant + "Z";
+  return instant + (zone.empty() ? "" : "Z[" + zone + "]");
 }
 
 std::string showDuration(const vxArray* object, size_t row) {

@@ -107,13 +107,21 @@ InputFormat decideFormat(const std::string& path, const std::optional<std::strin
 
 std::shared_ptr<::arrow::DataType> typeNamed(const std::string& name, const std::string& option) {
   static const std::vector<std::pair<std::string, std::shared_ptr<::arrow::DataType>>> types = {
-      {"int8", ::arrow::int8()},       {"int16", ::arrow::int16()},
-      {"int32", ::arrow::int32()},     {"int64", ::arrow::int64()},
-      {"uint8", ::arrow::uint8()},     {"uint16", ::arrow::uint16()},
-      {"uint32", ::arrow::uint32()},   {"uint64", ::arrow::uint64()},
-      {"single", ::arrow::float32()},  {"double", ::arrow::float64()},
-      {"logical", ::arrow::boolean()}, {"string", ::arrow::utf8()},
-      {"date", ::arrow::date32()},     {"timestamp", ::arrow::timestamp(::arrow::TimeUnit::MICRO)},
+      {"int8", ::arrow::int8()},
+      {"int16", ::arrow::int16()},
+      {"int32", ::arrow::int32()},
+      {"int64", ::arrow::int64()},
+      {"uint8", ::arrow::uint8()},
+      {"uint16", ::arrow::uint16()},
+      {"uint32", ::arrow::uint32()},
+      {"uint64", ::arrow::uint64()},
+      {"single", ::arrow::float32()},
+      {"double", ::arrow::float64()},
+      {"logical", ::arrow::boolean()},
+      {"string", ::arrow::utf8()},
+      {"date", ::arrow::date32()},
+      {"timestamp", ::arrow::timestamp(::arrow::TimeUnit::MICRO)},
+      {"timestamptz", ::arrow::timestamp(::arrow::TimeUnit::MICRO, "UTC")},
   };
   std::vector<std::string> names;
   for (const auto& entry : types) names.push_back(entry.first);
