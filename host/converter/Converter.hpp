@@ -34,6 +34,12 @@
 //  - Categorical codes come back with the same index type; codes past the categories are an
 //    Invalid status. Chunks with different dictionaries are unified first (the index type may
 //    then widen).
+//  - Arrow to host, integer and logical columns with nulls become double with NaN at the nulls.
+//    A 64-bit integer column with nulls holding a value a double cannot represent exactly
+//    (beyond +-2^53) is refused with an Invalid status naming the column, position and value,
+//    at the top level and inside lists alike: never a rounded value.
+//  - Host to Arrow, a missing value inside a cell (the 0x0 double) takes the type of its column:
+//    it may stand for a list, a map or a nested table whatever its neighbours hold.
 //  - A null struct row shows as missing in every field of the nested table; a nested table
 //    returns to Arrow as a struct without nulls.
 //  - A table without columns cannot record its row count: it has zero rows.

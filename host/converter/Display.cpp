@@ -1,5 +1,6 @@
 #include "host/converter/Display.hpp"
 
+#include <charconv>
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
@@ -14,13 +15,16 @@ namespace {
 
 constexpr const char* kMissingText = "<missing>";
 
-std::string FormatDouble(double value) {
+// The shortest text that reads back to the same bits.
+template <class Float>
+std::string FormatFloat(Float value) {
   if (std::isnan(value)) return "NaN";
   if (std::isinf(value)) return value > 0 ? "Inf" : "-Inf";
-  char text[32];
-  std::snprintf(text, sizeof text, "%.15g", value);
-  return text;
+  char text[64];
+  const auto result = std::to_chars(text, text + sizeof text, value);
+  return std::string(text, result.ptr);
 }
+std::string FormatDouble(double value) { return FormatFloat(value); }
 
 // The element of a numeric array as text; 64-bit integers print exactly.
 std::string NumericText(const vxArray* array, size_t i) {
@@ -29,7 +33,7 @@ std::string NumericText(const vxArray* array, size_t i) {
     case vxDOUBLE_CLASS:
       return FormatDouble(static_cast<const double*>(data)[i]);
     case vxSINGLE_CLASS:
-      return FormatDouble(static_cast<const float*>(data)[i]);
+      return FormatFloat(static_cast<const float*>(data)[i]);
     case vxINT8_CLASS:
       return std::to_string(static_cast<const int8_t*>(data)[i]);
     case vxUINT8_CLASS:
@@ -302,18 +306,64 @@ std::string DisplayTable(const vxArray* table, const DisplayOptions& options) {
 
 // ---- JSON ------------------------------------------------------------------------------
 
+// NaN is the host's missing value: null. Infinities are not JSON numbers: the strings
+// "Infinity" and "-Infinity", as JavaScript spells them.
 std::string JsonNumber(const vxArray* array, size_t i) {
   const std::string text = NumericText(array, i);
-  if (text == "NaN" || text == "Inf" || text == "-Inf") return "null";
+  if (text == "NaN") return "null";
+  if (text == "Inf") return "\"Infinity\"";
+  if (text == "-Inf") return "\"-Infinity\"";
   return text;
+}
+
+// A cell element that holds bytes (a uint8 vector) is a binary value: its base64 text in an
+// object, never numbers.
+bool IsBytes(const vxArray* value) {
+  return value != nullptr && vxGetClassID(value) == vxUINT8_CLASS &&
+         (vxGetN(value) == 1 || vxGetM(value) == 1 || vxIsEmpty(value));
+}
+
+std::string Base64(const vxArray* bytes) {
+  static const char* kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  const auto* data = static_cast<const uint8_t*>(vxGetData(bytes));
+  const size_t size = vxGetNumberOfElements(bytes);
+  std::string out;
+  for (size_t i = 0; i < size; i += 3) {
+    const uint32_t chunk =
+        (data[i] << 16) | (i + 1 < size ? data[i + 1] << 8 : 0) | (i + 2 < size ? data[i + 2] : 0);
+    out.push_back(kAlphabet[(chunk >> 18) & 63]);
+    out.push_back(kAlphabet[(chunk >> 12) & 63]);
+    out.push_back(i + 1 < size ? kAlphabet[(chunk >> 6) & 63] : '=');
+    out.push_back(i + 2 < size ? kAlphabet[chunk & 63] : '=');
+  }
+  return out;
+}
+
+// One element of a cell column or of a list: null for the missing element, an object for
+// bytes, and always an array for a list value, whatever its length.
+std::string JsonElement(const vxArray* element) {
+  if (host::IsNullElement(element)) return "null";
+  if (IsBytes(element)) return "{\"base64\":" + JsonString(Base64(element)) + "}";
+  if (IsNumericOrLogical(element) && !vxIsComplex(element)) {
+    std::string out = "[";
+    for (size_t i = 0; i < vxGetNumberOfElements(element); ++i) {
+      out += (i ? "," : "") + JsonNumber(element, i);
+    }
+    return out + "]";
+  }
+  if (vxGetClassID(element) == vxCELL_CLASS) {
+    std::string out = "[";
+    for (size_t i = 0; i < vxGetNumberOfElements(element); ++i) {
+      out += (i ? "," : "") + JsonElement(vxGetCell(element, i));
+    }
+    return out + "]";
+  }
+  return ToJson(element);
 }
 
 std::string JsonRow(const vxArray* column, size_t row) {
   if (IsNumericOrLogical(column)) return JsonNumber(column, row);
-  if (vxGetClassID(column) == vxCELL_CLASS) {
-    const vxArray* element = vxGetCell(column, row);
-    return host::IsNullElement(element) ? "null" : ToJson(element);
-  }
+  if (vxGetClassID(column) == vxCELL_CLASS) return JsonElement(vxGetCell(column, row));
   if (vxGetClassID(column) != vxCHAR_CLASS && IsMissing(column, row)) return "null";
   if (host::IsObject(column, host::kString)) return JsonString(StringRow(column, row));
   if (host::IsObject(column, host::kTable)) {
@@ -347,6 +397,63 @@ std::string JsonTable(const vxArray* table) {
 }
 
 }  // namespace
+
+std::string JsonRowObject(const vxArray* table, size_t row) {
+  const std::vector<std::string> names = NamesOf(table);
+  const vxArray* columns = vxGetField(table, 0, host::kColumns);
+  std::string out = "{";
+  for (size_t c = 0; c < names.size(); ++c) {
+    out += (c ? "," : "") + JsonString(names[c]) + ":" + JsonRow(vxGetCell(columns, c), row);
+  }
+  return out + "}";
+}
+
+namespace {
+std::string CsvField(std::string text) {
+  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+  std::string out = "\"";
+  for (char c : text) {
+    if (c == '"') out += '"';
+    out += c;
+  }
+  return out + "\"";
+}
+
+// A missing value is an empty field; texts as they are; numbers exactly; nested values as
+// their JSON.
+std::string CsvValue(const vxArray* column, size_t row) {
+  if (IsNumericOrLogical(column)) {
+    const std::string text = NumericText(column, row);
+    return text == "NaN" ? std::string() : text;
+  }
+  if (vxGetClassID(column) == vxCELL_CLASS) {
+    const vxArray* element = vxGetCell(column, row);
+    return host::IsNullElement(element) ? std::string() : CsvField(JsonElement(element));
+  }
+  if (IsMissing(column, row)) return std::string();
+  if (host::IsObject(column, host::kString)) return CsvField(StringRow(column, row));
+  if (host::IsObject(column, host::kTable)) return CsvField(JsonRow(column, row));
+  return CsvField(RowText(column, row));
+}
+}  // namespace
+
+std::string CsvHeader(const vxArray* table) {
+  std::string out;
+  const std::vector<std::string> names = NamesOf(table);
+  for (size_t c = 0; c < names.size(); ++c) out += (c ? "," : "") + CsvField(names[c]);
+  return out;
+}
+
+std::string CsvRow(const vxArray* table, size_t row) {
+  const vxArray* columns = vxGetField(table, 0, host::kColumns);
+  std::string out;
+  for (size_t c = 0; c < vxGetNumberOfElements(columns); ++c) {
+    out += (c ? "," : "") + CsvValue(vxGetCell(columns, c), row);
+  }
+  return out;
+}
+
+size_t RowCount(const vxArray* table) { return TableRows(table); }
 
 std::string JsonString(const std::string& text) {
   std::string out = "\"";
@@ -431,7 +538,7 @@ std::string ToJson(const vxArray* value) {
   if (id == vxCELL_CLASS) {
     std::string out = "[";
     for (size_t i = 0; i < vxGetNumberOfElements(value); ++i) {
-      out += (i ? "," : "") + ToJson(vxGetCell(value, i));
+      out += (i ? "," : "") + JsonElement(vxGetCell(value, i));
     }
     return out + "]";
   }

@@ -10,10 +10,13 @@
 //
 // ToJson: valid JSON of a value. A table is
 //   {"variables":[{"name":..,"type":..}, ...], "rows":R, "columns":{"<name>":[v, ...], ...}}
-// where v is a number, true/false, a string (texts, categories, datetimes and durations as
-// displayed), null for NaN and missing values, and for cells the JSON of each element. A
-// numeric or logical array is a number or an array of numbers (column-major); a char array a
-// string; a cell an array; a structure or object an object of its fields.
+// where v is a number (doubles in the shortest text that reads back to the same bits, 64-bit
+// integers exactly), true/false, a string (texts, categories, datetimes and durations as
+// displayed), null for NaN and missing values, the strings "Infinity"/"-Infinity" for the
+// infinities, {"base64": ".."} for a binary value, and for list cells an array of the
+// elements (a missing element is null, a one-element list is a one-element array). A numeric
+// or logical array is a number or an array of numbers (column-major); a char array a string;
+// a cell an array; a structure or object an object of its fields.
 #include <cstddef>
 #include <string>
 
@@ -28,6 +31,15 @@ struct DisplayOptions {
 
 std::string DisplayValue(const vxArray* value, const DisplayOptions& options = {});
 std::string ToJson(const vxArray* value);
+
+// Row r of a host table as one JSON object {"<name>": v, ...} (values as in ToJson).
+std::string JsonRowObject(const vxArray* table, size_t row);
+// CSV (RFC 4180): the header line of names, and row r; missing values are empty fields,
+// nested values their JSON text. No line ends.
+std::string CsvHeader(const vxArray* table);
+std::string CsvRow(const vxArray* table, size_t row);
+// The rows of a host table.
+size_t RowCount(const vxArray* table);
 
 // A JSON string literal for UTF-8 text, control characters escaped.
 std::string JsonString(const std::string& text);

@@ -301,7 +301,12 @@ Result<StringObject> ReadStringObject(const vxArray* object, const std::string& 
     return Status::Invalid(where, ": the string object has no char Data field");
   }
   StringObject strings;
-  strings.units = reinterpret_cast<const char16_t*>(vxGetChars(data));
+  // An empty Data array may have no storage at all; offsets are then applied to this instead of
+  // a null pointer.
+  static constexpr char16_t kNoUnits[1] = {u'\0'};
+  strings.units = vxGetNumberOfElements(data) == 0
+                      ? kNoUnits
+                      : reinterpret_cast<const char16_t*>(vxGetChars(data));
   strings.unitCount = vxGetNumberOfElements(data);
   strings.offsets = static_cast<const uint64_t*>(vxGetData(vxGetField(object, 0, host::kOffsets)));
   strings.rows = rows;
@@ -534,6 +539,56 @@ Result<ArrayPtr> EntryTableToArrow(const vxArray* element, const std::string& wh
   return NestedTableToArrow(element, where, Values::kCopy);
 }
 
+// The array as one of type target, where the two differ only in parts that hold nothing but
+// nulls: a missing value inside a cell (the 0x0 double) has no type of its own, so the cell,
+// list or table column around it takes the type of its column instead of deciding it.
+Result<ArrayPtr> Conform(const ArrayPtr& array, const std::shared_ptr<DataType>& target) {
+  if (array->type()->Equals(*target)) return array;
+  if (array->null_count() == array->length()) {
+    return ::arrow::MakeArrayOfNull(target, array->length());
+  }
+  const auto id = array->type_id();
+  const bool sameKind = id == target->id() && array->num_fields() == target->num_fields() &&
+                        (id == ::arrow::Type::LIST || id == ::arrow::Type::LARGE_LIST ||
+                         id == ::arrow::Type::MAP || id == ::arrow::Type::STRUCT);
+  if (!sameKind) return Status::TypeError("no common type");
+  auto data = array->data()->Copy();
+  data->type = target;
+  for (int k = 0; k < array->num_fields(); ++k) {
+    if (id == ::arrow::Type::STRUCT &&
+        array->type()->field(k)->name() != target->field(k)->name()) {
+      return Status::TypeError("no common type");
+    }
+    ARROW_ASSIGN_OR_RAISE(
+        auto child, Conform(::arrow::MakeArray(data->child_data[k]), target->field(k)->type()));
+    data->child_data[k] = child->data();
+  }
+  return ::arrow::MakeArray(data);
+}
+
+// Brings every element to one type: the new element to the common type, or else the elements
+// so far to the new element's type.
+Status JoinCommonType(ArrayVector& elements, ArrayPtr& element,
+                      std::shared_ptr<DataType>* commonType) {
+  auto conformed = Conform(element, *commonType);
+  if (conformed.ok()) {
+    element = std::move(conformed).ValueUnsafe();
+    return Status::OK();
+  }
+  ArrayVector widened;
+  for (const auto& earlier : elements) {
+    if (earlier == nullptr) {  // a cell of nulls, typed later
+      widened.push_back(nullptr);
+      continue;
+    }
+    ARROW_ASSIGN_OR_RAISE(auto rebuilt, Conform(earlier, element->type()));
+    widened.push_back(std::move(rebuilt));
+  }
+  elements = std::move(widened);
+  *commonType = element->type();
+  return Status::OK();
+}
+
 // Converts every non-null element and checks that they all share one Arrow type. A cell of
 // nothing but nulls has no type of its own; it takes the type of its neighbours.
 Result<ArrayVector> ConvertElements(const vxArray* cell, const std::string& where,
@@ -555,7 +610,8 @@ Result<ArrayVector> ConvertElements(const vxArray* cell, const std::string& wher
     if (*commonType == nullptr) {
       *commonType = array->type();
       firstRow = static_cast<int64_t>(i) + 1;
-    } else if (!(*commonType)->Equals(*array->type())) {
+    } else if (!(*commonType)->Equals(*array->type()) &&
+               !JoinCommonType(elements, array, commonType).ok()) {
       return Status::Invalid(where, ": the cell holds values of different types (",
                              (*commonType)->ToString(), " in row ", firstRow, ", ",
                              array->type()->ToString(), " in row ", i + 1, ")");

@@ -94,6 +94,32 @@ Result<unique_array> ToDoubleWithNaN(const ArrayVector& chunks, int64_t length, 
   return column;
 }
 
+// Integers with nulls become double, which holds 64-bit integers exactly only up to 2^53: such a
+// column with a larger value is refused rather than rounded. `what` names the position
+// ("row" at the top level, "element" inside lists).
+template <typename CType>
+Status CheckExactInDouble(const ArrayVector& chunks, const char* what) {
+  if constexpr (std::is_integral_v<CType> && sizeof(CType) == 8) {
+    constexpr CType kLimit = CType{1} << 53;
+    int64_t position = 0;
+    for (const auto& chunk : chunks) {
+      const CType* values = chunk->data()->GetValues<CType>(1);
+      for (int64_t i = 0; i < chunk->length(); ++i, ++position) {
+        const CType value = values[i];
+        const bool exact =
+            std::is_signed_v<CType> ? (value >= -kLimit && value <= kLimit) : value <= kLimit;
+        if (!exact && !IsNull(*chunk, i)) {
+          return Status::Invalid(chunk->type()->ToString(), " value ", std::to_string(value),
+                                 " in ", what, " ", position + 1,
+                                 " cannot be held exactly by a double, which integers become "
+                                 "where values are missing");
+        }
+      }
+    }
+  }
+  return Status::OK();
+}
+
 // The values buffer of a lone chunk without nulls when it may become host memory as it is:
 // nothing else holds the chunk, its data or the buffer, the buffer is a block of its own (not
 // a view into another buffer, which its parent would still share) in writable CPU memory, and
@@ -134,6 +160,7 @@ Result<unique_array> ConvertFixedWidth(const ArrayVector& chunks, int64_t length
     return AdoptValues(std::move(buffer), *chunks[0], sizeof(CType), classID);
   }
   if (!kFloating && HasNulls(chunks)) {
+    ARROW_RETURN_NOT_OK(CheckExactInDouble<CType>(chunks, "row"));
     return ToDoubleWithNaN(chunks, length, [](const Array& chunk, int64_t i) {
       return static_cast<double>(chunk.data()->GetValues<CType>(1)[i]);
     });
@@ -567,7 +594,16 @@ bool IsIntegerOrBoolean(const DataType& type) {
 // array keeps every element of the cell (and each field of list-of-struct elements) one class.
 Result<std::shared_ptr<Array>> PromoteNullableIntegers(const std::shared_ptr<Array>& values) {
   if (IsIntegerOrBoolean(*values->type()) && values->null_count() > 0) {
-    return ::arrow::compute::Cast(*values, ::arrow::float64());
+    if (values->type_id() == Type::INT64) {
+      ARROW_RETURN_NOT_OK(CheckExactInDouble<int64_t>({values}, "element"));
+    } else if (values->type_id() == Type::UINT64) {
+      ARROW_RETURN_NOT_OK(CheckExactInDouble<uint64_t>({values}, "element"));
+    }
+    // Nulls may hide values a safe cast would refuse; they become NaN whatever they hold.
+    ARROW_ASSIGN_OR_RAISE(
+        auto cast,
+        ::arrow::compute::Cast(values, ::arrow::compute::CastOptions::Unsafe(::arrow::float64())));
+    return cast.make_array();
   }
   if (values->type_id() != Type::STRUCT) return values;
   const auto& structs = static_cast<const ::arrow::StructArray&>(*values);
@@ -865,7 +901,8 @@ Result<unique_array> ConvertColumns(const std::vector<std::string>& names,
     if (result.ok()) {
       converted[i] = std::move(result).ValueUnsafe();
     } else {
-      statuses[i] = result.status();
+      const Status& status = result.status();
+      statuses[i] = status.WithMessage("column '", names[i], "': ", status.message());
     }
   });
   for (const auto& status : statuses) ARROW_RETURN_NOT_OK(status);

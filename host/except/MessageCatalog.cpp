@@ -41,6 +41,15 @@ const std::unordered_map<std::string_view, std::string_view>& catalogue() {
       {"VANTRO:parquetio:write:NestedRowGroupedListOfDictionaries",
        "Variable '{0}' holds dictionary-encoded values nested inside lists; reading it back "
        "across several row groups will fail."},
+      // Row filters
+      {"VANTRO:filter:InvalidExpression", "Invalid row filter '{0}': {1}."},
+      {"VANTRO:filter:UnknownVariable",
+       "The row filter uses '{0}', which is not a variable of the file. Its variables are: {1}."},
+      {"VANTRO:filter:TypeMismatch",
+       "The row filter compares variable '{0}' of type '{1}' with the {2} {3}."},
+      {"VANTRO:filter:UnsupportedVariable",
+       "Variable '{0}' of type '{1}' cannot be used in a row filter."},
+      {"VANTRO:filter:InvalidTable", "Unable to filter the rows: {0}."},
       // Host
       {"VANTRO:host:Interrupted", "Operation terminated by user."},
       {"VANTRO:vfs:FileNotFound", "Unable to find or open '{0}'. Check the path and filename."},

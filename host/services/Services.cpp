@@ -1,6 +1,10 @@
 #include "host/services/Services.hpp"
 
+#include <unistd.h>
+
 #include <atomic>
+#include <fstream>
+#include <string>
 #include <thread>
 
 namespace foundation::services {
@@ -11,7 +15,35 @@ std::atomic<int64_t>& configuredCount() {
   return count;
 }
 
+std::atomic<uint64_t>& configuredChunkBytes() {
+  static std::atomic<uint64_t> bytes{0};
+  return bytes;
+}
+
+// MemAvailable of /proc/meminfo: what can be allocated without swapping; else free pages.
+uint64_t availableMemory() {
+  std::ifstream meminfo("/proc/meminfo");
+  std::string key;
+  uint64_t kilobytes = 0;
+  std::string unit;
+  while (meminfo >> key >> kilobytes >> unit) {
+    if (key == "MemAvailable:") return kilobytes * 1024;
+  }
+  const long pages = ::sysconf(_SC_AVPHYS_PAGES);
+  const long pageSize = ::sysconf(_SC_PAGESIZE);
+  return pages > 0 && pageSize > 0 ? static_cast<uint64_t>(pages) * pageSize : UINT64_MAX;
+}
+
 }  // namespace
+
+uint64_t getMaxColumnChunkBytes() {
+  const uint64_t configured = configuredChunkBytes().load(std::memory_order_relaxed);
+  return configured > 0 ? configured : availableMemory();
+}
+
+void setMaxColumnChunkBytes(uint64_t bytes) {
+  configuredChunkBytes().store(bytes, std::memory_order_relaxed);
+}
 
 int64_t getNumComputationalThreads() {
   const int64_t configured = configuredCount().load(std::memory_order_relaxed);

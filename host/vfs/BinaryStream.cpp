@@ -28,15 +28,19 @@ void fstream::close() {
 
 namespace virtualiostream {
 
-void CleanupFile::attach(std::shared_ptr<StreamProvider> provider, const vfs::AbsoluteIRI& iri) {
-  mProvider = std::move(provider);
-  mIRI = std::make_unique<vfs::AbsoluteIRI>(iri);
+void CleanupFile::attach(std::unique_ptr<PendingOutput> pending) {
+  mPending = std::move(pending);
+  // An output kept whatever happens takes its name at once, as a file written in place would.
+  if (mPending && mPolicy == CleanupPolicy::keep) mPending->commit();
+}
+
+void CleanupFile::commit() {
+  if (mPending) mPending->commit();
 }
 
 void CleanupFile::cleanup() noexcept {
-  if (mPolicy != CleanupPolicy::removeUnfinished || isReadMode(mMode) || !mProvider) return;
-  mProvider->remove(*mIRI);
-  mProvider.reset();
+  if (mPolicy != CleanupPolicy::removeUnfinished || isReadMode(mMode) || !mPending) return;
+  mPending->discard();
 }
 
 binary_stream::binary_stream(vfs::AbsoluteIRI iri, open_mode mode, StreamProvider::Opened opened)
@@ -49,10 +53,10 @@ std::unique_ptr<binary_stream> create_binary_stream(const std::u16string& name,
                                                     CleanupFile& cleanup, const open_mode& mode,
                                                     bool /*readFlag: every read mode needs an
                                                            existing file here*/) {
-  vfs::AbsoluteIRI iri(name);
-  auto provider = providerFor(iri);
-  auto opened = provider->open(iri, mode);
-  cleanup.attach(std::move(provider), iri);
+  const bool toStandardOutput = name == u"-" && !isReadMode(mode);
+  vfs::AbsoluteIRI iri(toStandardOutput ? std::u16string(u"/dev/stdout") : name);
+  auto opened = providerFor(iri)->open(iri, mode);
+  cleanup.attach(std::move(opened.pending));
   return std::make_unique<binary_stream>(std::move(iri), mode, std::move(opened));
 }
 

@@ -29,24 +29,30 @@ class fstream : public std::iostream {
 
 namespace virtualiostream {
 
-// What happens to an output file that the writer never finished: 0 keeps it, 1 deletes it.
+// What happens to an output file that the writer never finished: 0 keeps it (the output is the
+// file at its name from the start), 1 deletes it (the output replaces the file at its name only
+// when committed).
 enum class CleanupPolicy : int { keep = 0, removeUnfinished = 1 };
 
-// Knows how to delete the file behind a stream when its policy asks for it.
+// Decides the fate of an output: commit() moves a finished output into place, cleanup()
+// deletes an unfinished one when its policy asks for it. Only what the writer created is ever
+// deleted: a file being replaced stays as it was until commit, and outputs written in place
+// (devices, pipes, standard output) are never removed.
 class CleanupFile {
  public:
   CleanupFile(const open_mode& mode, const CleanupPolicy& policy) : mMode(mode), mPolicy(policy) {}
-  // Binds the handle to the opened resource; done by create_binary_stream.
-  void attach(std::shared_ptr<StreamProvider> provider, const vfs::AbsoluteIRI& iri);
-  // Deletes the file when the policy is removeUnfinished and the file was opened for writing.
-  // Idempotent; never throws.
+  // Binds the handle to the opened output; done by create_binary_stream.
+  void attach(std::unique_ptr<PendingOutput> pending);
+  // Moves the finished output over its target; throws the host's error when it cannot.
+  void commit();
+  // Deletes an uncommitted output when the policy is removeUnfinished and the file was opened
+  // for writing. Idempotent; never throws.
   void cleanup() noexcept;
 
  private:
   open_mode mMode;
   CleanupPolicy mPolicy;
-  std::shared_ptr<StreamProvider> mProvider;
-  std::unique_ptr<vfs::AbsoluteIRI> mIRI;
+  std::unique_ptr<PendingOutput> mPending;
 };
 
 class binary_stream {
@@ -67,7 +73,8 @@ class binary_stream {
 };
 
 // Opens name (a local path or an IRI) through its scheme's provider and binds cleanup to it.
-// readFlag asks for a file that must already exist; write modes create or truncate.
+// readFlag asks for a file that must already exist; write modes create or replace, and "-"
+// writes to standard output.
 // Throws the host's file-system errors.
 std::unique_ptr<binary_stream> create_binary_stream(const std::u16string& name,
                                                     CleanupFile& cleanup, const open_mode& mode,

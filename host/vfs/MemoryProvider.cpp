@@ -111,46 +111,63 @@ std::string keyOf(const vfs::AbsoluteIRI& iri) {
 
 }  // namespace
 
+// An output's bytes, entered under their key on commit. Holds the file table itself, so that it
+// may outlive the provider.
+class MemoryProvider::PendingFile : public PendingOutput {
+ public:
+  PendingFile(std::shared_ptr<Files> files, std::string key, std::shared_ptr<std::string> bytes)
+      : mFiles(std::move(files)), mKey(std::move(key)), mBytes(std::move(bytes)) {}
+
+  void commit() override {
+    std::lock_guard<std::mutex> guard(mFiles->lock);
+    mFiles->byKey[mKey] = mBytes;
+  }
+  void discard() noexcept override { mBytes.reset(); }
+
+ private:
+  std::shared_ptr<Files> mFiles;
+  std::string mKey;
+  std::shared_ptr<std::string> mBytes;
+};
+
 void MemoryProvider::put(const std::string& key, std::string bytes) {
-  std::lock_guard<std::mutex> guard(mLock);
-  mFiles[key] = std::make_shared<std::string>(std::move(bytes));
+  std::lock_guard<std::mutex> guard(mFiles->lock);
+  mFiles->byKey[key] = std::make_shared<std::string>(std::move(bytes));
 }
 
 std::shared_ptr<const std::string> MemoryProvider::get(const std::string& key) const {
-  std::lock_guard<std::mutex> guard(mLock);
-  const auto it = mFiles.find(key);
-  return it == mFiles.end() ? nullptr : it->second;
+  std::lock_guard<std::mutex> guard(mFiles->lock);
+  const auto it = mFiles->byKey.find(key);
+  return it == mFiles->byKey.end() ? nullptr : it->second;
 }
 
 bool MemoryProvider::contains(const std::string& key) const { return get(key) != nullptr; }
 
 void MemoryProvider::setFaults(const Faults& faults) {
-  std::lock_guard<std::mutex> guard(mLock);
+  std::lock_guard<std::mutex> guard(mFiles->lock);
   mFaults = faults;
 }
 
 StreamProvider::Opened MemoryProvider::open(const vfs::AbsoluteIRI& iri, open_mode mode) {
-  std::lock_guard<std::mutex> guard(mLock);
+  std::lock_guard<std::mutex> guard(mFiles->lock);
   const std::string key = keyOf(iri);
-  auto it = mFiles.find(key);
+  std::shared_ptr<std::string> bytes;
+  Opened opened;
   if (isReadMode(mode)) {
-    if (it == mFiles.end()) {
+    const auto it = mFiles->byKey.find(key);
+    if (it == mFiles->byKey.end()) {
       throw except::Exception<except::host::FileNotFound>(except::kVfsComponent, "FileNotFound",
                                                           {iri.toString()});
     }
+    bytes = it->second;
   } else {
-    // Writing starts a new file; readers that hold the old bytes keep them.
-    it = mFiles.insert_or_assign(key, std::make_shared<std::string>()).first;
+    // Readers that hold the old bytes keep them, and so does the key until commit.
+    bytes = std::make_shared<std::string>();
+    opened.pending = std::make_unique<PendingFile>(mFiles, key, bytes);
   }
-  Opened opened;
-  opened.size = static_cast<int64_t>(it->second->size());
-  opened.buffer = std::make_unique<MemoryBuffer>(it->second, iri.toString(), mFaults);
+  opened.size = static_cast<int64_t>(bytes->size());
+  opened.buffer = std::make_unique<MemoryBuffer>(bytes, iri.toString(), mFaults);
   return opened;
-}
-
-void MemoryProvider::remove(const vfs::AbsoluteIRI& iri) noexcept {
-  std::lock_guard<std::mutex> guard(mLock);
-  mFiles.erase(keyOf(iri));
 }
 
 }  // namespace virtualiostream

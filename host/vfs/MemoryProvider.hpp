@@ -30,12 +30,17 @@ class MemoryProvider : public StreamProvider {
   bool contains(const std::string& key) const;
   void setFaults(const Faults& faults);
 
+  // Outputs appear under their key only when committed, like local files.
   Opened open(const vfs::AbsoluteIRI& iri, open_mode mode) override;
-  void remove(const vfs::AbsoluteIRI& iri) noexcept override;
 
  private:
-  mutable std::mutex mLock;
-  std::map<std::string, std::shared_ptr<std::string>> mFiles;
+  struct Files {
+    std::mutex lock;
+    std::map<std::string, std::shared_ptr<std::string>> byKey;
+  };
+  class PendingFile;
+
+  std::shared_ptr<Files> mFiles = std::make_shared<Files>();
   Faults mFaults;
 };
 

@@ -1,5 +1,6 @@
 #include "host/vfs/StreamProvider.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +12,8 @@
 
 #include "host/except/Exception.hpp"
 #include "host/unicode/ustring.hpp"
+#include "host/vfs/LocalOutput.hpp"
+#include "host/vfs/OutputFileBuf.hpp"
 #include "host/vfs/PositionalFileBuf.hpp"
 
 namespace virtualiostream {
@@ -49,8 +52,14 @@ Registry& registry() {
                                                     {name, std::string(std::strerror(error))});
 }
 
-// A file buffer whose failed writes raise the host's WriteFailure (a full disk, a lost mount)
-// instead of silently turning the stream bad.
+[[noreturn]] void throwNotRandomAccess(const std::u16string& name) {
+  throw except::Exception<except::host::OpenFailed>(
+      except::kVfsComponent, "OpenFailed",
+      {name, std::string("not a regular file; reading Parquet needs random access")});
+}
+
+// A file buffer whose failed writes raise the host's WriteFailure instead of silently turning
+// the stream bad; used for files opened to read and update in place.
 class CheckedFileBuf : public std::filebuf {
  public:
   explicit CheckedFileBuf(std::u16string name) : mName(std::move(name)) {}
@@ -117,6 +126,9 @@ StreamProvider::Opened LocalFileProvider::openPath(const std::u16string& display
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0) throwOpenFailed(displayName, errno);
     if (S_ISDIR(info.st_mode)) throwOpenFailed(displayName, EISDIR);
+    // A pipe or a character device has no size and cannot seek, which Parquet's footer needs;
+    // opening a FIFO would also wait for a writer that may never come.
+    if (!S_ISREG(info.st_mode) && !S_ISBLK(info.st_mode)) throwNotRandomAccess(displayName);
     auto buffer = std::make_unique<PositionalFileBuf>();
     errno = 0;
     if (!buffer->open(path)) throwOpenFailed(displayName, errno ? errno : EACCES);
@@ -133,26 +145,20 @@ StreamProvider::Opened LocalFileProvider::openPath(const std::u16string& display
     }
     opened.size = static_cast<int64_t>(info.st_size);
     opened.buffer = std::move(buffer);
-  } else {
-    const auto flags = mode == open_mode::append
-                           ? std::ios::out | std::ios::app | std::ios::binary
-                           : std::ios::out | std::ios::trunc | std::ios::binary;
-    auto buffer = std::make_unique<CheckedFileBuf>(displayName);
-    errno = 0;
-    if (buffer->open(path, flags) == nullptr) throwOpenFailed(displayName, errno ? errno : EACCES);
+  } else if (mode == open_mode::append) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    if (fd < 0) throwOpenFailed(displayName, errno);
     struct stat info {};
-    opened.size = ::stat(path.c_str(), &info) == 0 ? static_cast<int64_t>(info.st_size) : 0;
-    opened.buffer = std::move(buffer);
+    opened.size = ::fstat(fd, &info) == 0 ? static_cast<int64_t>(info.st_size) : 0;
+    opened.buffer = std::make_unique<OutputFileBuf>(fd, displayName, /*seekable=*/false);
+  } else {
+    opened = openLocalOutput(displayName, path);
   }
   return opened;
 }
 
 StreamProvider::Opened LocalFileProvider::open(const vfs::AbsoluteIRI& iri, open_mode mode) {
   return openPath(iri.path(), ustring_to_utf8(iri.path()), mode);
-}
-
-void LocalFileProvider::remove(const vfs::AbsoluteIRI& iri) noexcept {
-  ::unlink(ustring_to_utf8(iri.path()).c_str());
 }
 
 std::string FolderProvider::localPath(const vfs::AbsoluteIRI& iri) const {
@@ -168,10 +174,6 @@ std::string FolderProvider::localPath(const vfs::AbsoluteIRI& iri) const {
 
 StreamProvider::Opened FolderProvider::open(const vfs::AbsoluteIRI& iri, open_mode mode) {
   return LocalFileProvider::openPath(iri.toString(), localPath(iri), mode);
-}
-
-void FolderProvider::remove(const vfs::AbsoluteIRI& iri) noexcept {
-  ::unlink(localPath(iri).c_str());
 }
 
 }  // namespace virtualiostream

@@ -198,10 +198,10 @@ TEST(TableShape, LargeColumnsSurviveIntact) {
 // ---- the host values in between -------------------------------------------------------
 
 TEST(HostValues, NullsBecomeNaNOrMissingMarks) {
-  auto host = toHost(oneColumn(json(arrow::uint64(), "[18446744073709551615, null]")));
+  auto host = toHost(oneColumn(json(arrow::uint64(), "[9007199254740992, null]")));
   const double* values = vxGetPr(hostColumn(host.get(), 0));
   ASSERT_NE(values, nullptr);
-  EXPECT_EQ(values[0], 18446744073709551615.0);
+  EXPECT_EQ(values[0], 9007199254740992.0);
   EXPECT_TRUE(std::isnan(values[1]));
 
   auto cell = toHost(oneColumn(json(arrow::binary(), R"([null, "xy"])")));
@@ -210,6 +210,38 @@ TEST(HostValues, NullsBecomeNaNOrMissingMarks) {
   EXPECT_TRUE(vxIsEmpty(vxGetCell(cells, 0)));
   EXPECT_EQ(vxGetClassID(vxGetCell(cells, 1)), vxUINT8_CLASS);
   EXPECT_EQ(vxGetM(vxGetCell(cells, 1)), 2u);
+}
+
+// 64-bit integers with nulls become double only where every value stays exact, at the top
+// level and inside lists alike; otherwise the conversion is refused, never rounded.
+TEST(HostValues, IntegersWithNullsBeyondDoublePrecisionAreRefused) {
+  const auto int64List = arrow::list(arrow::int64());
+  const struct Case {
+    std::shared_ptr<arrow::DataType> type;
+    const char* values;
+    const char* refusal;  // null when the conversion must succeed
+  } cases[] = {
+      {arrow::int64(), "[-9007199254740992, null]", nullptr},
+      {arrow::int64(), "[9007199254740993, null]", "int64 value 9007199254740993 in row 1"},
+      {arrow::int64(), "[null, -9007199254740993]", "int64 value -9007199254740993 in row 2"},
+      {arrow::uint64(), "[18446744073709551615, null]", "uint64 value 18446744073709551615"},
+      {arrow::int64(), "[9007199254740993, 1]", nullptr},  // no nulls: stays int64
+      {int64List, "[[1, null], [9007199254740992]]", nullptr},
+      {int64List, "[[1, null], [9007199254740993]]", "int64 value 9007199254740993 in element 3"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.type->ToString() + " " + c.values);
+    auto result = vantro::io::arrow::core::to_vantro(oneColumn(json(c.type, c.values)));
+    if (c.refusal == nullptr) {
+      EXPECT_TRUE(result.ok()) << result.status().ToString();
+      continue;
+    }
+    ASSERT_FALSE(result.ok());
+    EXPECT_TRUE(result.status().IsInvalid());
+    EXPECT_NE(result.status().message().find(std::string("column 'c': ") + c.refusal),
+              std::string::npos)
+        << result.status().ToString();
+  }
 }
 
 TEST(HostValues, StringObjectHoldsUtf16WithOffsets) {
@@ -277,6 +309,26 @@ TEST(HostValues, StructsAreNestedTablesAndMapsAreKeyValueTables) {
   const vxArray* inner = hostColumn(nested.get(), 0);
   EXPECT_STREQ(vxGetClassName(inner), "table");
   EXPECT_TRUE(std::isnan(vxGetPr(hostColumn(inner, 0))[1]));
+}
+
+// A missing value inside a cell (the 0x0 double) has no type: wherever it stands in place of a
+// list, map or nested table, it takes the type of its column instead of deciding it.
+TEST(HostValues, MissingValuesInsideCellsTakeTheirColumnsType) {
+  const auto inner = arrow::map(arrow::int32(), arrow::boolean());
+  const struct Case {
+    std::shared_ptr<arrow::DataType> type;
+    const char* values;
+  } cases[] = {
+      {arrow::map(arrow::utf8(), inner),
+       R"([[["a", [[1, true]]]], [["b", null]], [["c", null], ["d", [[2, false]]]]])"},
+      {arrow::list(arrow::list(arrow::float64())), "[[[1.5], null], [null], [[2.5]]]"},
+      {arrow::list(arrow::struct_({field("x", arrow::list(arrow::int32()))})),
+       R"([[{"x": null}], [{"x": [1, 2]}]])"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.type->ToString());
+    expectRoundTrip(oneColumn(json(c.type, c.values)));
+  }
 }
 
 TEST(DataTypeNames, FollowTheHostTypeTable) {

@@ -28,12 +28,19 @@ TEST_F(MemoryFiles, ReadWriteAndCleanupLikeLocalFiles) {
   EXPECT_EQ(in->Tell().ValueOrDie(), 10);
   EXPECT_EQ(in->GetFilename(), u"mem://t/in");
 
-  auto out = common::makeWritableFilePtr(u"mem://t/out", vis::CleanupPolicy::removeUnfinished);
-  ASSERT_TRUE(out->Write("abc", 3).ok());
-  ASSERT_TRUE(out->Close().ok());
-  EXPECT_EQ(*provider->get("//t/out"), "abc");
-  out->Cleanup();
-  EXPECT_FALSE(provider->contains("//t/out"));
+  // An output replaces the file at its name only when committed; clean-up then keeps it.
+  provider->put("//t/out", "old");
+  for (const bool commit : {false, true}) {
+    auto out = common::makeWritableFilePtr(u"mem://t/out", vis::CleanupPolicy::removeUnfinished);
+    ASSERT_TRUE(out->Write("abc", 3).ok());
+    ASSERT_TRUE(out->Close().ok());
+    EXPECT_EQ(*provider->get("//t/out"), "old");
+    if (commit) {
+      ASSERT_TRUE(out->Commit().ok());
+    }
+    out->Cleanup();
+    EXPECT_EQ(*provider->get("//t/out"), commit ? "abc" : "old");
+  }
 }
 
 TEST_F(MemoryFiles, ShortReadsAreReassembled) {
@@ -69,7 +76,7 @@ TEST_F(MemoryFiles, AFullDiskRaisesWriteFailure) {
 TEST(LocalFiles, AFullDiskRaisesWriteFailure) {
   if (!vxtest::fileExists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
   auto out = common::makeWritableFilePtr(u"/dev/full", vis::CleanupPolicy::keep);
-  const std::string block(1 << 16, 'x');  // larger than the stream's buffer: written at once
+  const std::string block(1 << 21, 'x');  // larger than the stream's buffer: written at once
   const auto status = out->Write(block.data(), block.size());
   EXPECT_NE(status.message().find("VANTRO:vfs:WriteFailure"), std::string::npos);
 }

@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <gtest/gtest.h>
 
 #include "tests/support/TestSupport.hpp"
@@ -9,7 +11,8 @@ TEST(CountCommand, PrintsOneCountPerFileInOrder) {
   for (const std::string mode : {"", "--sequential "}) {
     const auto result = vxtest::runVxparquet("count " + mode + a + " " + b + " " + a);
     EXPECT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_EQ(result.out, "3\t" + a + "\n1\t" + b + "\n3\t" + a + "\n");
+    EXPECT_EQ(result.out,
+              "3\t30\t" + a + "\n1\t30\t" + b + "\n3\t30\t" + a + "\n7\t90\ttotal of 3 files\n");
   }
 }
 
@@ -18,14 +21,46 @@ TEST(CountCommand, JsonOutput) {
   const auto a = vxtest::writeSimpleFile(dir, "a.parquet", 20, 10);
   const auto result = vxtest::runVxparquet("count --json " + a);
   EXPECT_EQ(result.exitCode, 0);
-  EXPECT_EQ(result.out, "[{\"file\": \"" + a + "\", \"rowGroups\": 2}]\n");
+  EXPECT_EQ(result.out, "{\"files\": [{\"file\": \"" + a +
+                            "\", \"rowGroups\": 2, \"rows\": 20}], \"total\": {\"files\": 1, "
+                            "\"failed\": 0, \"rowGroups\": 2, \"rows\": 20}}\n");
 }
 
-TEST(CountCommand, WithoutFilesCountsItsOwnSample) {
-  vxtest::TempDir dir;
+TEST(CountCommand, WithoutFilesIsAUsageError) {
   const auto result = vxtest::runVxparquet("count");
-  EXPECT_EQ(result.exitCode, 0) << result.err;
-  EXPECT_NE(result.out.find("3\t"), std::string::npos) << result.out;
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_EQ(result.out, "");
+  EXPECT_NE(result.err.find("vxparquet count --help"), std::string::npos) << result.err;
+}
+
+TEST(CountCommand, FoldersGlobsAndOneBadFile) {
+  vxtest::TempDir dir;
+  vxtest::writeSimpleFile(dir, "a.parquet", 20, 10);
+  ASSERT_EQ(::mkdir(dir.file("sub").c_str(), 0700), 0);
+  vxtest::writeSimpleFile(dir, "sub/b.parquet", 5, 10);
+  vxtest::writeBytes(dir.file("notes.txt"), "not parquet");
+  // A folder: its own *.parquet files, those of subfolders only with --recursive.
+  auto result = vxtest::runVxparquet("count " + dir.path());
+  EXPECT_EQ(result.out, "2\t20\t" + dir.file("a.parquet") + "\n");
+  result = vxtest::runVxparquet("count --recursive " + dir.path());
+  EXPECT_EQ(result.out, "2\t20\t" + dir.file("a.parquet") + "\n1\t5\t" + dir.file("sub/b.parquet") +
+                            "\n3\t25\ttotal of 2 files\n");
+  result = vxtest::runVxparquet("count '" + dir.path() + "/*/*.parquet'");
+  EXPECT_EQ(result.out, "1\t5\t" + dir.file("sub/b.parquet") + "\n");
+  EXPECT_EQ(vxtest::runVxparquet("count '" + dir.path() + "/*.csv'").exitCode, 1);
+
+  // One bad file is reported with its identifier; the others still count (exit 1).
+  result = vxtest::runVxparquet("count " + dir.file("a.parquet") + " " + dir.file("notes.txt") +
+                                " " + dir.file("sub/b.parquet"));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.out, "2\t20\t" + dir.file("a.parquet") + "\n1\t5\t" + dir.file("sub/b.parquet") +
+                            "\n3\t25\ttotal of 2 files (1 failed)\n");
+  EXPECT_NE(result.err.find("vxparquet count: error: VANTRO:parquetio:read:InternalInvalidRead: "),
+            std::string::npos);
+  result =
+      vxtest::runVxparquet("count --strict " + dir.file("a.parquet") + " " + dir.file("notes.txt"));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.out, "");
 }
 
 TEST(CountCommand, FailureShowsIdentifierAndTextOnStderr) {

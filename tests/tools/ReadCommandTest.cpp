@@ -1,4 +1,5 @@
 // vxparquet read, run as a program.
+#include <algorithm>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -59,8 +60,16 @@ TEST_F(ReadCommand, WholeFileWithSelectedVariables) {
   EXPECT_EQ(all.get<int>("rows"), 40);
   EXPECT_EQ(numbers(all.get_child("columns.id")), ids(0, 40));
 
-  const ptree some = readJson("--vars name,id,nosuch");
+  const ptree some = readJson("--vars ' name , id'");
   EXPECT_EQ(variableNames(some), std::vector<std::string>({"name", "id"}));
+
+  // An unknown name is an error naming it and listing the file's variables, not an empty table.
+  const auto unknown = vxtest::runVxparquet("read " + mPath + " --vars name,nosuch");
+  EXPECT_EQ(unknown.exitCode, 1);
+  EXPECT_EQ(unknown.out, "");
+  EXPECT_THAT(unknown.err, HasSubstr("vxparquet read: error: vxparquet:read:UnknownVariable: "));
+  EXPECT_THAT(unknown.err, HasSubstr("'nosuch'"));
+  EXPECT_THAT(unknown.err, HasSubstr("id, x, name"));
 }
 
 TEST_F(ReadCommand, RowGroupListInItsOrder) {
@@ -136,11 +145,19 @@ TEST_F(ReadCommand, FailuresReportTheMessageIdentifier) {
 TEST_F(ReadCommand, UsageMistakes) {
   for (const std::string& arguments : std::vector<std::string>{
            "read", "read " + mPath + " --each --row-groups 1", "read " + mPath + " --byte-range 1",
-           "read " + mPath + " --row-groups a", "read " + mPath + " " + mPath}) {
+           "read " + mPath + " --row-groups a", "read " + mPath + " --row-groups 1.5",
+           "read " + mPath + " --row-groups 0", "read " + mPath + " --row-groups 2,-1",
+           "read " + mPath + " --limit -3", "read " + mPath + " --format xml",
+           "read " + mPath + " --explain", "read " + mPath + " " + mPath + " --row-groups 1",
+           "read " + mPath + " --vars ,"}) {
     SCOPED_TRACE(arguments);
     const auto result = vxtest::runVxparquet(arguments);
     EXPECT_EQ(result.exitCode, 2);
-    EXPECT_THAT(result.err, HasSubstr("usage"));
+    EXPECT_EQ(result.out, "");
+    // One line that points to the command's help.
+    EXPECT_THAT(result.err, testing::StartsWith("vxparquet read: "));
+    EXPECT_THAT(result.err, testing::EndsWith("(see 'vxparquet read --help')\n"));
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
   }
 }
 

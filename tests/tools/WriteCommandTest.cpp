@@ -1,3 +1,5 @@
+#include <cstdlib>
+
 #include <gtest/gtest.h>
 
 #include "tests/support/TestSupport.hpp"
@@ -92,17 +94,87 @@ TEST_F(WriteCommand, ParquetInputWithNestedVariables) {
   EXPECT_TRUE(readBack(out)->Equals(*input)) << readBack(out)->ToString();
 }
 
-TEST_F(WriteCommand, LibraryErrorsLeaveNoOutput) {
-  auto result = runVxparquet("write " + out + " --from " + csv + " --compression Zstd");
-  EXPECT_EQ(result.exitCode, 1);
-  EXPECT_NE(result.err.find("VANTRO:parquetio:write:InvalidOption"), std::string::npos)
-      << result.err;
-  EXPECT_FALSE(vxtest::fileExists(out));
+TEST_F(WriteCommand, OptionValuesInAnyCaseAndInvalidOnesListed) {
+  auto result =
+      runVxparquet("write " + out + " --from " + csv + " --compression Zstd --encoding PLAIN");
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_EQ(chunk(0, 0)->compression(), arrow::Compression::ZSTD);
 
-  result = runVxparquet("write " + out + " --from " + csv + " --version 3");
+  vxtest::TempDir other;
+  const std::string fresh = other.file("fresh.parquet");
+  for (const std::string option : {"--compression zstdd", "--version 3", "--encoding rle"}) {
+    result = runVxparquet("write " + fresh + " --from " + csv + " " + option);
+    EXPECT_EQ(result.exitCode, 2) << option;
+    EXPECT_NE(result.err.find("is not one of"), std::string::npos) << result.err;
+    EXPECT_FALSE(vxtest::fileExists(fresh)) << option;
+  }
+}
+
+TEST_F(WriteCommand, InputFormatDecidedByContent) {
+  const std::string keep = dir.file("keep.parquet");
+  ASSERT_EQ(runVxparquet("write " + keep + " --from " + csv).exitCode, 0);
+  const std::string before = vxtest::readBytes(keep);
+
+  vxtest::writeBytes(dir.file("data.dat"), "id,x\n1,2\n");
+  vxtest::writeBytes(dir.file("doc.json"), "{\"id\": 1}\n");
+  vxtest::writeBytes(dir.file("packed.csv"), std::string("\x1f\x8b\x08\0\0\0", 6) + "rest");
+  vxtest::writeBytes(dir.file("empty.parquet"), "");
+  for (const std::string input : {"data.dat", "doc.json", "packed.csv", "empty.parquet"}) {
+    const auto result = runVxparquet("write " + keep + " --from " + dir.file(input));
+    EXPECT_EQ(result.exitCode, 1) << input;
+    EXPECT_NE(result.err.find("vxparquet write: error: vxparquet:write:UnknownInputFormat: "),
+              std::string::npos)
+        << result.err;
+    EXPECT_EQ(vxtest::readBytes(keep), before) << input;
+  }
+  // Told that it is CSV, any name goes; Parquet content under a CSV name is still Parquet.
+  auto result =
+      runVxparquet("write " + out + " --from " + dir.file("data.dat") + " --from-format CSV");
+  EXPECT_EQ(result.exitCode, 0) << result.err;
+  const std::string disguised = dir.file("disguised.csv");
+  vxtest::writeBytes(disguised, before);
+  result = runVxparquet("write " + out + " --from " + disguised);
+  EXPECT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_EQ(readBack(out)->num_rows(), 3);
+}
+
+TEST_F(WriteCommand, RowGroupHeightsMustAddUpToTheRows) {
+  const auto result = runVxparquet("write " + out + " --from " + csv + " --row-group-heights 2,2");
   EXPECT_EQ(result.exitCode, 1);
-  EXPECT_NE(result.err.find("VANTRO:parquetio:write:InvalidOption"), std::string::npos);
+  EXPECT_NE(result.err.find("vxparquet:write:RowGroupHeightsMismatch"), std::string::npos);
   EXPECT_FALSE(vxtest::fileExists(out));
+}
+
+TEST_F(WriteCommand, CsvOptionsAndStandardStreams) {
+  vxtest::writeBytes(dir.file("in.tsv"), "7\tn/a\n8\tq\n");
+  auto result = runVxparquet("write " + out + " --from " + dir.file("in.tsv") +
+                             " --no-header --null-values n/a --types f0=int8");
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  auto table = readBack(out);
+  EXPECT_EQ(table->schema()->field_names(), (std::vector<std::string>{"f0", "f1"}));
+  EXPECT_EQ(table->column(0)->type()->id(), arrow::Type::INT8);
+  EXPECT_EQ(table->column(1)->null_count(), 1);
+
+  // Standard input to standard output; the summary goes to standard error, not into the data.
+  const std::string piped = dir.file("piped.parquet");
+  const std::string command = std::string(VX_BINARY_DIR) +
+                              "/tools/vxparquet write - --from - --from-format csv < " + csv +
+                              " > " + piped + " 2> " + dir.file("err");
+  ASSERT_EQ(std::system(command.c_str()), 0) << vxtest::readBytes(dir.file("err"));
+  EXPECT_EQ(readBack(piped)->num_rows(), 3);
+  EXPECT_EQ(vxtest::readBytes(dir.file("err")), "wrote standard output: 3 rows, 3 variables\n");
+  EXPECT_EQ(runVxparquet("write " + out + " --from -").exitCode, 2);
+}
+
+TEST_F(WriteCommand, DefaultRowGroupsHoldAtMostTwoToTheTwentyRows) {
+  arrow::Int8Builder values;
+  ASSERT_TRUE(values.AppendEmptyValues(1048577).ok());
+  const std::string in = dir.file("big.parquet");
+  vxtest::writeParquet(
+      in, makeTable({arrow::field("v", arrow::int8())}, {values.Finish().ValueOrDie()}), 1 << 22);
+  const auto result = runVxparquet("write " + out + " --from " + in);
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_EQ(rowGroupHeights(out), (std::vector<int64_t>{1048576, 1}));
 }
 
 TEST_F(WriteCommand, UsageErrors) {
@@ -110,7 +182,9 @@ TEST_F(WriteCommand, UsageErrors) {
        {"write " + out, "write --from " + csv,
         "write " + out + " --from " + csv + " --compression-per-variable nope=zstd",
         "write " + out + " --from " + csv + " --compression zstd --compression-per-variable id=lz4",
-        "write " + out + " --from " + csv + " --row-group-heights 1,x"}) {
+        "write " + out + " --from " + csv + " --row-group-heights 1,x",
+        "write " + out + " --from " + csv + " --max-row-group-length 0",
+        "write " + out + " --from " + csv + " --from-format xml"}) {
     const auto result = runVxparquet(arguments);
     EXPECT_EQ(result.exitCode, 2) << arguments;
     EXPECT_FALSE(vxtest::fileExists(out)) << arguments;

@@ -65,7 +65,8 @@ std::vector<std::u16string> namesOf(const std::shared_ptr<arrow::Table>& table) 
 TEST_F(ParquetWriterTest, OpensTheOutputAtOnceAndLogsItsName) {
   vxtest::LogCapture log;
   ParquetWriter writer(u16(path()));
-  EXPECT_TRUE(fileExists(path()));
+  // Opened beside its name: the file appears there only once the writer closes.
+  EXPECT_FALSE(fileExists(path()));
   bool sawFilename = false;
   for (const auto& record : log.records()) {
     if (record.text == " filename=" + path()) {
@@ -381,8 +382,9 @@ TEST_F(ParquetWriterTest, FailedFirstWritesLeaveNoOutput) {
     writer.setVariableNames({u"id", u"x"});
     writer.setVariableCompression({"zstd", "zstd"});
     expectHostError([&] { writer.write(host.get()); }, "VANTRO:parquetio:write:WrongOptionNumel");
-    // The schema is recorded but no file writer exists: the writer is finished.
-    writer.close();
+    // The schema is recorded but no file writer exists: the writer is finished, and says so.
+    expectInvalidWrite([&] { writer.close(); }, path("option.parquet"),
+                       "File not finished: an earlier write failed, so nothing was written");
     expectInvalidWrite([&] { writer.write(host.get()); }, path("option.parquet"),
                        "Writer already closed");
   }

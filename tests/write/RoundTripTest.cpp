@@ -245,7 +245,7 @@ TEST_F(WrittenOptions, CodecTheLibraryCannotWriteLeavesNoFile) {
     ASSERT_TRUE(arguments);
     EXPECT_EQ(arguments->at(1),
               foundation::core::except::MessageArgument(u"Invalid: Writer already closed"));
-    writer.close();
+    vxtest::expectHostError([&] { writer.close(); }, "VANTRO:parquetio:write:InvalidWrite");
   }
   EXPECT_FALSE(vxtest::fileExists(path));
 }

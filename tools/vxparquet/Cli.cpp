@@ -1,30 +1,104 @@
 #include "Cli.hpp"
 
 #include "host/converter/Display.hpp"
+#include "host/services/Interrupts.hpp"
 
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 
 namespace vxparquet {
 
 Arguments::Arguments(const std::vector<std::string>& words,
-                     const std::set<std::string>& valueOptions,
-                     const std::set<std::string>& flags) {
+                     const std::set<std::string>& valueOptions, const std::set<std::string>& flags,
+                     const std::map<std::string, std::string>& aliases) {
+  bool optionsEnded = false;
   for (size_t i = 0; i < words.size(); ++i) {
-    const std::string& word = words[i];
-    if (word.rfind("--", 0) != 0 || word == "--") {
+    std::string word = words[i];
+    if (optionsEnded || word == "-" || word.empty() || word[0] != '-') {
       mPositional.push_back(word);
-    } else if (valueOptions.count(word) != 0) {
-      if (i + 1 >= words.size()) throw UsageError{word + " needs a value"};
-      mValues[word] = words[++i];
-    } else if (flags.count(word) != 0) {
+      continue;
+    }
+    if (word == "--") {
+      optionsEnded = true;
+      continue;
+    }
+    const auto alias = aliases.find(word);
+    if (alias != aliases.end()) word = alias->second;
+    std::optional<std::string> inlineValue;
+    const size_t equals = word.find('=');
+    if (word.rfind("--", 0) == 0 && equals != std::string::npos) {
+      inlineValue = word.substr(equals + 1);
+      word = word.substr(0, equals);
+    }
+    if (valueOptions.count(word) != 0) {
+      if (!inlineValue && i + 1 >= words.size()) throw UsageError{word + " needs a value"};
+      mValues[word] = inlineValue ? *inlineValue : words[++i];
+    } else if (flags.count(word) != 0 && !inlineValue) {
       mFlags.insert(word);
+    } else if (flags.count(word) != 0) {
+      throw UsageError{word + " takes no value"};
     } else {
       throw UsageError{"unknown option " + word};
     }
   }
+}
+
+namespace {
+std::string& commandSlot() {
+  static std::string command;
+  return command;
+}
+std::string lowerCase(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+}  // namespace
+
+const std::string& currentCommand() { return commandSlot(); }
+void setCurrentCommand(const std::string& command) { commandSlot() = command; }
+
+void failWith(const std::string& key, const std::string& message) {
+  throw ProgramError{"vxparquet:" + currentCommand() + ":" + key, message};
+}
+
+void checkInterrupt() { utInterruptState::ThrowIfInterruptPending(); }
+
+uint64_t parseCount(const std::string& text, const std::string& option, bool allowZero) {
+  uint64_t value = 0;
+  bool valid = !text.empty() && text.size() <= 19;
+  for (char c : text) valid = valid && c >= '0' && c <= '9';
+  if (valid) value = std::stoull(text);
+  if (!valid || (value == 0 && !allowZero)) {
+    throw UsageError{option + ": '" + text + "' is not a whole number" +
+                     (allowZero ? "" : " of at least 1")};
+  }
+  return value;
+}
+
+std::string matchChoice(const std::string& value, const std::vector<std::string>& valid,
+                        const std::string& option) {
+  std::string list;
+  for (const auto& choice : valid) {
+    if (lowerCase(choice) == lowerCase(value)) return choice;
+    list += (list.empty() ? "" : ", ") + choice;
+  }
+  throw UsageError{option + ": '" + value + "' is not one of " + list};
+}
+
+std::vector<std::string> splitNames(const std::string& text, const std::string& option) {
+  std::vector<std::string> names;
+  for (auto part : splitList(text)) {
+    const size_t first = part.find_first_not_of(" \t");
+    const size_t last = part.find_last_not_of(" \t");
+    part = first == std::string::npos ? std::string() : part.substr(first, last - first + 1);
+    if (part.empty()) throw UsageError{option + ": empty name in '" + text + "'"};
+    names.push_back(part);
+  }
+  if (names.empty()) throw UsageError{option + " needs at least one name"};
+  return names;
 }
 
 std::optional<std::string> Arguments::value(const std::string& name) const {
@@ -49,13 +123,12 @@ std::vector<std::string> splitList(const std::string& text, char separator) {
 std::vector<double> parseNumberList(const std::string& text, const std::string& option) {
   std::vector<double> numbers;
   for (const auto& part : splitList(text)) {
-    char* end = nullptr;
-    const double value = std::strtod(part.c_str(), &end);
-    if (part.empty() || end == nullptr || *end != '\0') {
-      throw UsageError{option + ": '" + part + "' is not a number"};
-    }
-    numbers.push_back(value);
+    std::string trimmed = part;
+    trimmed.erase(0, trimmed.find_first_not_of(' '));
+    trimmed.erase(trimmed.find_last_not_of(' ') + 1);
+    numbers.push_back(static_cast<double>(parseCount(trimmed, option, true)));
   }
+  if (numbers.empty()) throw UsageError{option + " needs at least one number"};
   return numbers;
 }
 

@@ -11,13 +11,16 @@
 
 namespace vxparquet {
 
-// A subcommand's arguments: positional words, "--flag" switches and "--name value" options.
+// A subcommand's arguments: positional words, "--flag" switches and "--name value" (or
+// "--name=value") options. "-" alone is a positional word (standard input or output).
 class Arguments {
  public:
   // valueOptions names the options that take a value; every other "--word" is a flag. Throws
-  // UsageError for an unknown option or a missing value.
+  // UsageError for an unknown option or a missing value. aliases maps short spellings ("-n")
+  // to long ones.
   Arguments(const std::vector<std::string>& words, const std::set<std::string>& valueOptions,
-            const std::set<std::string>& flags);
+            const std::set<std::string>& flags,
+            const std::map<std::string, std::string>& aliases = {});
 
   const std::vector<std::string>& positional() const { return mPositional; }
   bool flag(const std::string& name) const { return mFlags.count(name) != 0; }
@@ -29,10 +32,34 @@ class Arguments {
   std::map<std::string, std::string> mValues;
 };
 
-// A mistake on the command line; main prints it with the usage text and exits with 2.
+// A mistake on the command line; main prints it on one line, points to --help and exits
+// with 2.
 struct UsageError {
   std::string message;
 };
+
+// A failure the program itself detects: identifier "vxparquet:<command>:<key>". main prints
+// it like the library's errors and exits with 1.
+struct ProgramError {
+  std::string identifier;
+  std::string message;
+};
+// The command being run ("read", ...), for identifiers and messages.
+const std::string& currentCommand();
+void setCurrentCommand(const std::string& command);
+[[noreturn]] void failWith(const std::string& key, const std::string& message);
+
+// Polls Ctrl-C between pieces of work (row groups, files); throws the host's interrupt.
+void checkInterrupt();
+
+// A whole positive number for option; throws UsageError for 0, fractions, signs, text.
+uint64_t parseCount(const std::string& text, const std::string& option, bool allowZero = false);
+// The option value matched without regard to letter case against the valid spellings, returned
+// in its valid spelling; throws UsageError listing the valid ones.
+std::string matchChoice(const std::string& value, const std::vector<std::string>& valid,
+                        const std::string& option);
+// "a, b ,c" -> {"a", "b", "c"}: comma lists with blanks trimmed and empty entries refused.
+std::vector<std::string> splitNames(const std::string& text, const std::string& option);
 
 // Splits "a,b,c" at commas (no trimming); an empty text gives an empty list.
 std::vector<std::string> splitList(const std::string& text, char separator = ',');
@@ -64,5 +91,10 @@ int runInfo(const std::vector<std::string>& words);
 int runRead(const std::vector<std::string>& words);
 int runStats(const std::vector<std::string>& words);
 int runWrite(const std::vector<std::string>& words);
+int runHead(const std::vector<std::string>& words);
+
+// One line per option and an example, for "vxparquet help COMMAND" and "COMMAND --help"; empty
+// for an unknown command.
+std::string commandHelp(const std::string& command);
 
 }  // namespace vxparquet

@@ -1,46 +1,136 @@
-// vxparquet count: row-group counts of many files.
+// vxparquet count: row groups and rows of many files, and their total.
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include <parquet/exception.h>
+#include <parquet/file_reader.h>
+#include <parquet/metadata.h>
+
 #include "Cli.hpp"
-#include "SampleFile.hpp"
+#include "Files.hpp"
+#include "host/except/Exception.hpp"
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/info/RowGroupCount.hpp"
 
 namespace vxparquet {
 
-int runCount(const std::vector<std::string>& words) {
-  const Arguments args(words, {}, {"--sequential", "--json"});
-  std::vector<std::string> names = args.positional();
-  if (names.empty()) {
-    names.push_back(writeSampleFile());
-    if (!args.flag("--json"))
-      std::printf("(no file given: counting the sample %s)\n", names[0].c_str());
+namespace {
+
+namespace info = vantro::io::parquet::core::info;
+using foundation::unicode::utf8_to_ustring;
+
+struct FileCount {
+  std::string file;
+  uint64_t rowGroups = 0;
+  std::optional<int64_t> rows;
+  std::optional<ProgramError> error;  // identifier and text of a file that could not be counted
+};
+
+// The footer's row count; the row groups come from the library's own counting.
+std::optional<int64_t> footerRows(const std::string& file) {
+  try {
+    namespace common = vantro::io::parquet::core::common;
+    auto input = common::makeReadableFilePtr(utf8_to_ustring(file));
+    return ::parquet::ParquetFileReader::Open(input)->metadata()->num_rows();
+  } catch (const std::exception&) {
+    return std::nullopt;
   }
+}
 
-  std::vector<std::u16string> files;
-  files.reserve(names.size());
-  for (const auto& name : names) files.push_back(foundation::unicode::utf8_to_ustring(name));
+std::vector<FileCount> countEach(const std::vector<std::string>& files, bool sequential,
+                                 bool strict) {
+  std::vector<std::u16string> names;
+  for (const auto& file : files) names.push_back(utf8_to_ustring(file));
+  std::vector<FileCount> counts(files.size());
+  for (size_t i = 0; i < files.size(); ++i) counts[i].file = files[i];
+  try {
+    const auto rowGroups =
+        sequential ? info::getNumRowGroupsSync(names) : info::getNumRowGroupsAsync(names);
+    for (size_t i = 0; i < files.size(); ++i) counts[i].rowGroups = rowGroups[i];
+  } catch (const foundation::core::except::InterruptException&) {
+    throw;
+  } catch (const foundation::core::except::IMsgIDException&) {
+    if (strict) throw;
+    // One bad file: count them one by one so that the others are still reported.
+    for (size_t i = 0; i < files.size(); ++i) {
+      checkInterrupt();
+      try {
+        counts[i].rowGroups = info::getNumRowGroupsSync({names[i]})[0];
+      } catch (const foundation::core::except::InterruptException&) {
+        throw;
+      } catch (const foundation::core::except::IMsgIDException& e) {
+        counts[i].error = ProgramError{e.identifier(), e.message()};
+      }
+    }
+  }
+  for (auto& count : counts) {
+    checkInterrupt();
+    if (!count.error) count.rows = footerRows(count.file);
+  }
+  return counts;
+}
 
-  namespace info = vantro::io::parquet::core::info;
-  const std::vector<uint64_t> counts = args.flag("--sequential")
-                                           ? info::getNumRowGroupsSync(std::move(files))
-                                           : info::getNumRowGroupsAsync(std::move(files));
+std::string rowsText(const std::optional<int64_t>& rows) {
+  return rows ? std::to_string(*rows) : std::string("?");
+}
+
+}  // namespace
+
+int runCount(const std::vector<std::string>& words) {
+  const Arguments args(words, {}, {"--sequential", "--json", "--recursive", "--strict"});
+  if (args.positional().empty()) throw UsageError{"count needs at least one FILE"};
+  const std::vector<std::string> files = expandInputs(args.positional(), args.flag("--recursive"));
+  const auto counts = countEach(files, args.flag("--sequential"), args.flag("--strict"));
+
+  uint64_t totalGroups = 0;
+  int64_t totalRows = 0;
+  size_t failed = 0;
+  for (const auto& count : counts) {
+    if (count.error) {
+      ++failed;
+      std::fprintf(stderr, "vxparquet count: error: %s: %s\n", count.error->identifier.c_str(),
+                   count.error->message.c_str());
+      continue;
+    }
+    totalGroups += count.rowGroups;
+    totalRows += count.rows.value_or(0);
+  }
 
   if (args.flag("--json")) {
-    std::printf("[");
+    std::printf("{\"files\": [");
     for (size_t i = 0; i < counts.size(); ++i) {
-      std::printf("%s{\"file\": %s, \"rowGroups\": %llu}", i ? ", " : "",
-                  jsonString(names[i]).c_str(), static_cast<unsigned long long>(counts[i]));
+      const auto& c = counts[i];
+      std::printf("%s{\"file\": %s, ", i ? ", " : "", jsonString(c.file).c_str());
+      if (c.error) {
+        std::printf("\"error\": {\"identifier\": %s, \"message\": %s}}",
+                    jsonString(c.error->identifier).c_str(), jsonString(c.error->message).c_str());
+      } else {
+        std::printf("\"rowGroups\": %llu, \"rows\": %s}",
+                    static_cast<unsigned long long>(c.rowGroups),
+                    c.rows ? std::to_string(*c.rows).c_str() : "null");
+      }
     }
-    std::printf("]\n");
+    std::printf(
+        "], \"total\": {\"files\": %zu, \"failed\": %zu, \"rowGroups\": %llu, \"rows\": %lld}}\n",
+        counts.size(), failed, static_cast<unsigned long long>(totalGroups),
+        static_cast<long long>(totalRows));
   } else {
-    for (size_t i = 0; i < counts.size(); ++i) {
-      std::printf("%llu\t%s\n", static_cast<unsigned long long>(counts[i]), names[i].c_str());
+    for (const auto& c : counts) {
+      if (c.error) continue;
+      std::printf("%llu\t%s\t%s\n", static_cast<unsigned long long>(c.rowGroups),
+                  rowsText(c.rows).c_str(), c.file.c_str());
+    }
+    if (counts.size() > 1) {
+      std::printf("%llu\t%lld\ttotal of %zu files%s\n",
+                  static_cast<unsigned long long>(totalGroups), static_cast<long long>(totalRows),
+                  counts.size() - failed,
+                  failed ? (" (" + std::to_string(failed) + " failed)").c_str() : "");
     }
   }
-  return 0;
+  return failed == 0 ? 0 : 1;
 }
 
 }  // namespace vxparquet

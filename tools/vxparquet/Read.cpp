@@ -1,11 +1,21 @@
-// vxparquet read: a file, some of its row groups or a byte range of it, as host tables.
+// vxparquet read and head: files, some of their row groups or a byte range, optionally
+// filtered, as a table, JSON, JSON lines or CSV.
+#include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include <arrow/table.h>
+
 #include "Cli.hpp"
+#include "Files.hpp"
+#include "host/converter/Converter.hpp"
 #include "host/converter/Display.hpp"
+#include "host/converter/HostValues.hpp"
+#include "host/except/Exception.hpp"
+#include "host/filter/Expression.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
@@ -14,58 +24,102 @@ namespace vxparquet {
 namespace {
 
 namespace display = vantro::io::arrow::core::display;
+namespace hostvalues = vantro::io::arrow::core::host;
+using foundation::filter::Expression;
+using foundation::unicode::ustring_to_utf8;
 using foundation::unicode::utf8_to_ustring;
 using vantro::io::parquet::core::read::RowGroupParquetReader;
 
+enum class Format { kTable, kJson, kJsonLines, kCsv };
+
 // What the command was asked to read.
 struct ReadRequest {
-  std::string file;
+  std::vector<std::string> files;
   std::optional<std::vector<std::string>> variables;
+  std::optional<std::string> where;
+  bool explain = false;
   std::optional<std::vector<double>> rowGroups;
   std::optional<std::vector<double>> byteRange;  // offset, size
   bool each = false;
-  bool json = false;
+  Format format = Format::kTable;
+  std::optional<uint64_t> limit;
+  uint64_t offset = 0;
 };
 
-ReadRequest parseRequest(const std::vector<std::string>& words) {
-  const Arguments args(words, {"--vars", "--row-groups", "--byte-range"}, {"--each", "--json"});
-  if (args.positional().size() != 1) throw UsageError{"read takes exactly one FILE"};
+Format parseFormat(const Arguments& args) {
+  if (args.flag("--json")) {
+    if (args.value("--format") &&
+        matchChoice(*args.value("--format"), {"json"}, "--format") != "json") {
+      throw UsageError{"--json and --format exclude each other"};
+    }
+    return Format::kJson;
+  }
+  const auto text = args.value("--format");
+  if (!text) return Format::kTable;
+  const std::string format = matchChoice(*text, {"table", "json", "jsonl", "csv"}, "--format");
+  if (format == "json") return Format::kJson;
+  if (format == "jsonl") return Format::kJsonLines;
+  if (format == "csv") return Format::kCsv;
+  return Format::kTable;
+}
 
+void parseCommon(const Arguments& args, ReadRequest& request) {
+  request.format = parseFormat(args);
+  if (auto vars = args.value("--vars")) request.variables = splitNames(*vars, "--vars");
+  request.where = args.value("--where");
+  request.files = expandInputs(args.positional(), args.flag("--recursive"));
+}
+
+ReadRequest parseRead(const std::vector<std::string>& words) {
+  const Arguments args(
+      words,
+      {"--vars", "--row-groups", "--byte-range", "--where", "--limit", "--offset", "--format"},
+      {"--each", "--json", "--explain", "--recursive"});
+  if (args.positional().empty()) throw UsageError{"read needs at least one FILE"};
   ReadRequest request;
-  request.file = args.positional()[0];
+  parseCommon(args, request);
   request.each = args.flag("--each");
-  request.json = args.flag("--json");
-  if (auto vars = args.value("--vars")) request.variables = splitList(*vars);
+  request.explain = args.flag("--explain");
   if (auto list = args.value("--row-groups")) {
     request.rowGroups = parseNumberList(*list, "--row-groups");
+    for (double number : *request.rowGroups) {
+      if (number < 1) throw UsageError{"--row-groups: row groups are numbered from 1"};
+    }
   }
   if (auto range = args.value("--byte-range")) {
     request.byteRange = parseNumberList(*range, "--byte-range");
-    if (request.byteRange->size() != 2) {
-      throw UsageError{"--byte-range takes OFFSET,SIZE"};
-    }
+    if (request.byteRange->size() != 2) throw UsageError{"--byte-range takes OFFSET,SIZE"};
   }
+  if (auto limit = args.value("--limit")) request.limit = parseCount(*limit, "--limit", true);
+  if (auto offset = args.value("--offset")) request.offset = parseCount(*offset, "--offset", true);
   const int modes = (request.rowGroups ? 1 : 0) + (request.byteRange ? 1 : 0) + request.each;
   if (modes > 1) throw UsageError{"--row-groups, --byte-range and --each exclude each other"};
+  if (request.explain && !request.where) throw UsageError{"--explain needs --where"};
+  if ((request.rowGroups || request.byteRange) && request.files.size() != 1) {
+    throw UsageError{"--row-groups and --byte-range take exactly one FILE"};
+  }
+  if (request.each && request.format == Format::kTable && request.limit) {
+    throw UsageError{"--limit does not apply to --each tables"};
+  }
   return request;
 }
 
-std::vector<double> allRowGroups(double count) {
-  std::vector<double> rowGroups;
-  for (double i = 1; i <= count; ++i) rowGroups.push_back(i);
-  return rowGroups;
-}
-
-// The reader the request calls for; every row group is listed unless a list or range says
-// otherwise.
-RowGroupParquetReader openReader(const ReadRequest& request) {
-  const std::u16string file = utf8_to_ustring(request.file);
-  if (request.byteRange) {
-    return RowGroupParquetReader(file, (*request.byteRange)[0], (*request.byteRange)[1]);
+// The host table's first `count` columns, taken over without copying.
+matrix::unique_array firstColumns(matrix::unique_array table, size_t count) {
+  vxArray* columns = vxGetField(table.get(), 0, hostvalues::kColumns);
+  vxArray* names = vxGetField(table.get(), 0, hostvalues::kNames);
+  const size_t total = vxGetNumberOfElements(columns);
+  if (count >= total) return table;
+  std::vector<std::string> kept;
+  std::vector<matrix::unique_array> moved;
+  for (size_t c = 0; c < count; ++c) {
+    kept.push_back(hostvalues::TextOf(vxGetCell(names, c)));
+    moved.emplace_back(vxGetCell(columns, c));
+    vxSetCell(columns, c, nullptr);  // ownership moves to `moved`
   }
-  if (request.rowGroups) return RowGroupParquetReader(file, *request.rowGroups);
-  RowGroupParquetReader probe(file, std::vector<double>{});
-  return RowGroupParquetReader(file, allRowGroups(probe.getTotalNumRowGroups()));
+  auto result = hostvalues::MakeTable(kept, std::move(moved));
+  if (!result.ok()) failWith("OutOfMemory", result.status().ToString());
+  return std::move(result).ValueUnsafe();
 }
 
 std::string numberList(const std::vector<double>& numbers) {
@@ -79,66 +133,350 @@ std::string numberList(const std::vector<double>& numbers) {
   return text;
 }
 
-// One table per row group, read as the host does: read() while hasdata().
-void printEachRowGroup(RowGroupParquetReader& reader, bool json) {
-  const std::vector<double> rowGroups = reader.getRowGroups();
+// Concatenates host tables of one schema (several files, several pieces of one file).
+matrix::unique_array concatenate(std::vector<matrix::unique_array> tables) {
+  if (tables.size() == 1) return std::move(tables[0]);
+  std::vector<std::shared_ptr<::arrow::Table>> pieces;
+  for (const auto& table : tables) {
+    auto piece = vantro::io::arrow::core::to_arrow_table(table.get());
+    if (!piece.ok())
+      failWith("CannotCombine", "Unable to combine the files' rows: " + piece.status().ToString());
+    pieces.push_back(*piece);
+  }
+  auto joined = ::arrow::ConcatenateTables(pieces);
+  if (!joined.ok())
+    failWith("CannotCombine", "Unable to combine the files' rows: " + joined.status().ToString());
+  auto host = vantro::io::arrow::core::to_vantro(*joined);
+  if (!host.ok())
+    failWith("CannotCombine", "Unable to combine the files' rows: " + host.status().ToString());
+  return std::move(host).ValueUnsafe();
+}
+
+// Where the rows go: printed as they come for jsonl and csv, gathered for table and json.
+class Sink {
+ public:
+  explicit Sink(Format format) : mFormat(format) {}
+
+  void add(matrix::unique_array table) {
+    const size_t rows = display::RowCount(table.get());
+    if (mFormat == Format::kJsonLines) {
+      for (size_t r = 0; r < rows; ++r) {
+        std::printf("%s\n", display::JsonRowObject(table.get(), r).c_str());
+      }
+      std::fflush(stdout);
+    } else if (mFormat == Format::kCsv) {
+      if (!mHeaderDone) std::printf("%s\n", display::CsvHeader(table.get()).c_str());
+      mHeaderDone = true;
+      for (size_t r = 0; r < rows; ++r)
+        std::printf("%s\n", display::CsvRow(table.get(), r).c_str());
+      std::fflush(stdout);
+    } else {
+      mTables.push_back(std::move(table));
+    }
+  }
+
+  bool streams() const { return mFormat == Format::kJsonLines || mFormat == Format::kCsv; }
+  std::vector<matrix::unique_array> take() { return std::move(mTables); }
+
+ private:
+  Format mFormat;
+  bool mHeaderDone = false;
+  std::vector<matrix::unique_array> mTables;
+};
+
+// One file's part of a request: the reader (the file is opened once), the row groups to visit
+// and the variables to select.
+class FileRead {
+ public:
+  FileRead(const ReadRequest& request, const std::string& file)
+      : mRequest(request), mFile(file), mReader(open(request, file)) {
+    for (const auto& name : mReader.getVariableNames()) mNames.push_back(ustring_to_utf8(name));
+    mTypes = mReader.getVariableTypes();
+    chooseVariables();
+    if (request.where) {
+      mFilter.emplace(Expression::parse(*request.where));
+      mFilter->check(mNames, mTypes);
+    }
+    mRowGroups = request.rowGroups || request.byteRange ? mReader.getRowGroups() : allRowGroups();
+    if (mFilter) skipByStatistics();
+    std::vector<std::u16string> selection;
+    for (const auto& name : mSelection) selection.push_back(utf8_to_ustring(name));
+    mReader.setSelectedVariableNames(selection);
+  }
+
+  const std::vector<std::string>& names() const { return mNames; }
+  const std::vector<std::string>& types() const { return mTypes; }
+  const std::vector<double>& rowGroupsToRead() const { return mRowGroups; }
+
+  // One row group, filtered, with only the variables asked for.
+  matrix::unique_array readRowGroup(double rowGroup) {
+    return finish(mReader.readRowGroups({rowGroup}));
+  }
+  // Several row groups as one table (none: a table without rows).
+  matrix::unique_array readRowGroups(const std::vector<double>& rowGroups) {
+    return finish(mReader.readRowGroups(rowGroups));
+  }
+  // The rows of the given row groups that the filter keeps, without reading the variables
+  // that are only shown.
+  size_t countMatches(double rowGroup) {
+    if (!mFilter) return mHeights.at(static_cast<size_t>(rowGroup) - 1);
+    std::vector<std::u16string> filterVariables;
+    for (const auto& name : mFilter->variables()) filterVariables.push_back(utf8_to_ustring(name));
+    mReader.setSelectedVariableNames(filterVariables);
+    auto table = mReader.readRowGroups({rowGroup});
+    const auto matches = mFilter->matchRows(table.get());
+    std::vector<std::u16string> selection;
+    for (const auto& name : mSelection) selection.push_back(utf8_to_ustring(name));
+    mReader.setSelectedVariableNames(selection);
+    return static_cast<size_t>(std::count(matches.begin(), matches.end(), true));
+  }
+
+ private:
+  static RowGroupParquetReader open(const ReadRequest& request, const std::string& file) {
+    const std::u16string name = utf8_to_ustring(file);
+    if (request.byteRange) {
+      return RowGroupParquetReader(name, (*request.byteRange)[0], (*request.byteRange)[1]);
+    }
+    return RowGroupParquetReader(name, request.rowGroups.value_or(std::vector<double>{}));
+  }
+
+  std::vector<double> allRowGroups() {
+    std::vector<double> all;
+    for (double i = 1; i <= mReader.getTotalNumRowGroups(); ++i) all.push_back(i);
+    return all;
+  }
+
+  void chooseVariables() {
+    mShown = mRequest.variables.value_or(mNames);
+    for (const auto& name : mShown) {
+      if (std::find(mNames.begin(), mNames.end(), name) == mNames.end()) {
+        std::string known;
+        for (const auto& n : mNames) known += (known.empty() ? "" : ", ") + n;
+        failWith("UnknownVariable", "'" + mFile + "' has no variable '" + name +
+                                        "'. Its variables are: " + known + ".");
+      }
+    }
+    mSelection = mShown;
+    if (mRequest.where) {
+      for (const auto& name : Expression::parse(*mRequest.where).variables()) {
+        if (std::find(mSelection.begin(), mSelection.end(), name) == mSelection.end() &&
+            std::find(mNames.begin(), mNames.end(), name) != mNames.end()) {
+          mSelection.push_back(name);
+        }
+      }
+    }
+    mHeights = mReader.getRowGroupHeights();
+  }
+
+  // Statistics decide per row group; a variable without usable statistics (a type they do not
+  // cover, damaged footer values) only means its groups are read.
+  void skipByStatistics() {
+    std::vector<int> indices;
+    std::vector<std::string> covered;
+    for (const auto& name : mFilter->variables()) {
+      const int index =
+          static_cast<int>(std::find(mNames.begin(), mNames.end(), name) - mNames.begin());
+      try {
+        mReader.getStatistics({index});
+        indices.push_back(index);
+        covered.push_back(name);
+      } catch (const foundation::core::except::IMsgIDException&) {
+      }
+    }
+    const auto statistics = mReader.getStatistics(indices);
+    const auto choices = mFilter->chooseRowGroups(statistics, covered, mHeights);
+    std::vector<double> kept;
+    std::vector<std::string> skipped;
+    for (double rowGroup : mRowGroups) {
+      const size_t index = static_cast<size_t>(rowGroup) - 1;
+      if (index < choices.size() && !choices[index].read) {
+        skipped.push_back("  row group " + numberList({rowGroup}) +
+                          " skipped: " + choices[index].reason);
+      } else {
+        kept.push_back(rowGroup);
+      }
+    }
+    if (mRequest.explain) {
+      std::fprintf(stderr, "%srow groups: read %zu of %zu\n",
+                   mRequest.files.size() > 1 ? (mFile + ": ").c_str() : "", kept.size(),
+                   mRowGroups.size());
+      for (const auto& line : skipped) std::fprintf(stderr, "%s\n", line.c_str());
+    }
+    mRowGroups = std::move(kept);
+  }
+
+  matrix::unique_array finish(matrix::unique_array table) {
+    if (mFilter) table = mFilter->filterRows(table.get());
+    return firstColumns(std::move(table), mShown.size());
+  }
+
+  const ReadRequest& mRequest;
+  std::string mFile;
+  RowGroupParquetReader mReader;
+  std::vector<std::string> mNames;
+  std::vector<std::string> mTypes;
+  std::vector<std::string> mShown;      // printed, in order
+  std::vector<std::string> mSelection;  // printed, then the filter's other variables
+  std::vector<uint64_t> mHeights;
+  std::optional<Expression> mFilter;
+  std::vector<double> mRowGroups;
+};
+
+// The rows still to skip and to print over all files and row groups.
+struct Window {
+  uint64_t skip = 0;
+  std::optional<uint64_t> left;
+
+  bool full() const { return left && *left == 0; }
+  // The positions of a piece of `rows` rows that fall inside the window.
+  std::vector<size_t> take(size_t rows) {
+    std::vector<size_t> positions;
+    const size_t first = static_cast<size_t>(std::min<uint64_t>(skip, rows));
+    skip -= first;
+    size_t last = rows;
+    if (left) last = static_cast<size_t>(std::min<uint64_t>(rows, first + *left));
+    for (size_t r = first; r < last; ++r) positions.push_back(r);
+    if (left) *left -= last - first;
+    return positions;
+  }
+};
+
+matrix::unique_array window(matrix::unique_array table, Window& rows) {
+  const size_t count = display::RowCount(table.get());
+  const auto positions = rows.take(count);
+  if (positions.size() == count) return table;
+  return foundation::filter::takeRows(table.get(), positions);
+}
+
+void checkSameSchema(const FileRead& first, const FileRead& other, const std::string& firstFile,
+                     const std::string& otherFile) {
+  const size_t count = std::max(first.names().size(), other.names().size());
+  for (size_t i = 0; i < count; ++i) {
+    const auto describe = [i](const FileRead& read) {
+      if (i >= read.names().size()) return std::string("nothing");
+      return "'" + read.names()[i] + "' (" + read.types()[i] + ")";
+    };
+    if (describe(first) != describe(other)) {
+      failWith("SchemaMismatch", "'" + otherFile + "' differs from '" + firstFile +
+                                     "' at variable " + std::to_string(i + 1) + ": " +
+                                     describe(other) + " instead of " + describe(first) + ".");
+    }
+  }
+}
+
+void printTables(std::vector<matrix::unique_array> tables, const ReadRequest& request,
+                 const std::vector<double>& rangeRowGroups) {
+  matrix::unique_array table = concatenate(std::move(tables));
+  if (request.format == Format::kJson) {
+    if (request.byteRange) {
+      std::printf("{\"rowGroups\": [%s], \"table\": %s}\n", numberList(rangeRowGroups).c_str(),
+                  display::ToJson(table.get()).c_str());
+    } else {
+      std::printf("%s\n", display::ToJson(table.get()).c_str());
+    }
+    return;
+  }
+  if (request.byteRange) {
+    const std::string listed = numberList(rangeRowGroups);
+    std::printf("Row groups in range: %s\n", listed.empty() ? "none" : listed.c_str());
+  }
+  std::printf("%s\n", display::DisplayValue(table.get()).c_str());
+}
+
+// --each: one table per row group, read as the host does.
+void printEachRowGroup(FileRead& read, const ReadRequest& request) {
+  Sink sink(request.format);
+  Window rows{request.offset, request.limit};
+  const auto& rowGroups = read.rowGroupsToRead();
   Progress progress("row group", rowGroups.size());
   bool first = true;
-  if (json) std::printf("[");
-  while (reader.hasdata()) {
-    // A file without row groups yields one empty table, numbered by no row group.
-    const uint64_t index = reader.getRowGroupIndex();
-    const std::string number =
-        index < rowGroups.size() ? numberList({rowGroups[index]}) : std::string("none");
-    auto table = reader.read();
-    if (json) {
-      std::printf("%s{\"rowGroup\": %s, \"table\": %s}", first ? "" : ", ",
-                  number == "none" ? "null" : number.c_str(), display::ToJson(table.get()).c_str());
-    } else {
+  if (request.format == Format::kJson) std::printf("[");
+  for (size_t i = 0; i < rowGroups.size() && !rows.full(); ++i) {
+    checkInterrupt();
+    auto table = read.readRowGroup(rowGroups[i]);
+    const std::string number = numberList({rowGroups[i]});
+    if (request.format == Format::kJson) {
+      std::printf("%s{\"rowGroup\": %s, \"table\": %s}", first ? "" : ", ", number.c_str(),
+                  display::ToJson(table.get()).c_str());
+    } else if (request.format == Format::kTable) {
       std::printf("%sRow group %s:\n%s\n", first ? "" : "\n", number.c_str(),
                   display::DisplayValue(table.get()).c_str());
+    } else {
+      sink.add(window(std::move(table), rows));
     }
     first = false;
-    progress.step(reader.getRowGroupIndex());
+    progress.step(i + 1);
   }
   progress.finish();
-  if (json) std::printf("]\n");
+  if (request.format == Format::kJson) std::printf("]\n");
+}
+
+int runRequest(const ReadRequest& request) {
+  Sink sink(request.format);
+  Window rows{request.offset, request.limit};
+  std::unique_ptr<FileRead> first;
+  std::vector<double> rangeRowGroups;
+  std::vector<matrix::unique_array> gathered;
+  Progress progress("file", request.files.size());
+  for (size_t f = 0; f < request.files.size() && !rows.full(); ++f) {
+    checkInterrupt();
+    auto read = std::make_unique<FileRead>(request, request.files[f]);
+    if (first) checkSameSchema(*first, *read, request.files[0], request.files[f]);
+    if (request.each) {
+      printEachRowGroup(*read, request);
+      continue;
+    }
+    if (request.byteRange) rangeRowGroups = read->rowGroupsToRead();
+
+    Window before = rows;
+    if (!sink.streams() && rows.left) {
+      // Gathering with a window: count first, then read the row groups that hold the rows in
+      // one piece and cut the window out of it.
+      std::vector<double> needed;
+      const uint64_t skipBefore = rows.skip;
+      for (double rowGroup : read->rowGroupsToRead()) {
+        if (rows.full()) break;
+        checkInterrupt();
+        const size_t matches = read->countMatches(rowGroup);
+        rows.take(matches);
+        if (matches > 0) needed.push_back(rowGroup);
+      }
+      Window cut{skipBefore, before.left};
+      auto table = read->readRowGroups(needed);
+      gathered.push_back(window(std::move(table), cut));
+    } else if (sink.streams()) {
+      for (double rowGroup : read->rowGroupsToRead()) {
+        if (rows.full()) break;
+        checkInterrupt();
+        sink.add(window(read->readRowGroup(rowGroup), rows));
+      }
+    } else {
+      checkInterrupt();
+      gathered.push_back(read->readRowGroups(read->rowGroupsToRead()));
+    }
+    if (!first) first = std::move(read);
+    progress.step(f + 1);
+  }
+  progress.finish();
+  if (!request.each && !sink.streams()) {
+    if (gathered.empty()) failWith("NoRows", "Nothing was read.");
+    printTables(std::move(gathered), request, rangeRowGroups);
+  }
+  return 0;
 }
 
 }  // namespace
 
-int runRead(const std::vector<std::string>& words) {
-  const ReadRequest request = parseRequest(words);
-  RowGroupParquetReader reader = openReader(request);
-  if (request.variables) {
-    std::vector<std::u16string> names;
-    for (const auto& name : *request.variables) names.push_back(utf8_to_ustring(name));
-    reader.setSelectedVariableNames(names);
-  }
+int runRead(const std::vector<std::string>& words) { return runRequest(parseRead(words)); }
 
-  if (request.each) {
-    printEachRowGroup(reader, request.json);
-    return 0;
-  }
-
-  // A range reads the row groups that start inside it; without a list or range, the file.
-  const bool whole = !request.rowGroups && !request.byteRange;
-  auto table = whole ? reader.readFullFile() : reader.readall();
-  if (request.json) {
-    if (request.byteRange) {
-      std::printf("{\"rowGroups\": [%s], \"table\": %s}\n",
-                  numberList(reader.getRowGroups()).c_str(), display::ToJson(table.get()).c_str());
-    } else {
-      std::printf("%s\n", display::ToJson(table.get()).c_str());
-    }
-    return 0;
-  }
-  if (request.byteRange) {
-    const std::string listed = numberList(reader.getRowGroups());
-    std::printf("Row groups in range: %s\n", listed.empty() ? "none" : listed.c_str());
-  }
-  std::printf("%s\n", display::DisplayValue(table.get()).c_str());
-  return 0;
+int runHead(const std::vector<std::string>& words) {
+  const Arguments args(words, {"--rows", "--vars", "--where", "--format"}, {"--json"},
+                       {{"-n", "--rows"}});
+  if (args.positional().size() != 1) throw UsageError{"head takes exactly one FILE"};
+  ReadRequest request;
+  parseCommon(args, request);
+  request.limit = args.value("--rows") ? parseCount(*args.value("--rows"), "-n", true) : 10;
+  return runRequest(request);
 }
 
 }  // namespace vxparquet

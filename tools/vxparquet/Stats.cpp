@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Cli.hpp"
+#include "host/except/Exception.hpp"
 #include "host/matrix/Matrix.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
@@ -160,9 +161,11 @@ std::string showDatetime(const vxArray* object, size_t row) {
   const auto [seconds, fraction] = splitSeconds(ticks, unit);
   const int64_t days = floorDiv(seconds, 86400);
   if (textField(object, "Kind") == "date64") return civilDate(days);
+  // The zone as read shows it: "Z" for UTC, otherwise the UTC instant and the zone's name.
   const std::string zone = textField(object, "TimeZone");
-  return civilDate(days) + "T" + clockTime(seconds - days * 86400, fraction) +
-         (zone.empty() ? "" : "Z[" + zone + "]");
+  const std::string instant = civilDate(days) + "T" + clockTime(seconds - days * 86400, fraction);
+  if (zone == "UTC" || zone == "Z" || zone == "+00:00") return instant + "Z";
+  return instant + (zone.empty() ? "" : "Z[" + zone + "]");
 }
 
 std::string showDuration(const vxArray* object, size_t row) {
@@ -197,18 +200,43 @@ int64_t countAt(const matrix::unique_array& counts, size_t position) {
   return static_cast<const int64_t*>(vxGetData(counts.get()))[position];
 }
 
+// The variables asked for, or every variable whose statistics can be read; the others are
+// listed with the reason.
+struct Unfilterable {
+  std::string name;
+  std::string identifier;
+  std::string reason;
+};
+
 std::vector<int> resolveVariables(const std::vector<std::string>& fileNames,
-                                  const std::optional<std::string>& wanted) {
+                                  const std::optional<std::string>& wanted,
+                                  vantro::io::parquet::core::read::RowGroupParquetReader& reader,
+                                  std::vector<Unfilterable>& unfilterable) {
   std::vector<int> indices;
   if (!wanted) {
-    for (size_t i = 0; i < fileNames.size(); ++i) indices.push_back(static_cast<int>(i));
+    for (size_t i = 0; i < fileNames.size(); ++i) {
+      checkInterrupt();
+      try {
+        reader.getStatistics({static_cast<int>(i)});
+        indices.push_back(static_cast<int>(i));
+      } catch (const foundation::core::except::InterruptException&) {
+        throw;
+      } catch (const foundation::core::except::IMsgIDException& e) {
+        unfilterable.push_back({fileNames[i], e.identifier(), e.message()});
+      }
+    }
     return indices;
   }
   std::map<std::string, int> byName;
   for (size_t i = 0; i < fileNames.size(); ++i) byName.emplace(fileNames[i], static_cast<int>(i));
-  for (const auto& name : splitList(*wanted)) {
+  for (const auto& name : splitNames(*wanted, "--vars")) {
     const auto found = byName.find(name);
-    if (found == byName.end()) throw UsageError{"the file has no variable '" + name + "'"};
+    if (found == byName.end()) {
+      std::string known;
+      for (const auto& n : fileNames) known += (known.empty() ? "" : ", ") + n;
+      failWith("UnknownVariable",
+               "The file has no variable '" + name + "'. Its variables are: " + known + ".");
+    }
     indices.push_back(found->second);
   }
   return indices;
@@ -223,12 +251,17 @@ struct Entry {
   bool hasMinMax = false;
 };
 
-Entry entryAt(const Statistics& stats, size_t r, size_t v) {
+Entry entryAt(const Statistics& stats, size_t r, size_t v, const std::vector<uint64_t>& heights) {
   const size_t position = v * vxGetM(stats.hasMinMax.get()) + r;
   Entry entry;
   if (flagAt(stats.hasNullCount, position)) entry.nullCount = countAt(stats.nullCount, position);
   if (flagAt(stats.hasDistinctCount, position)) {
     entry.distinctCount = countAt(stats.distinctCount, position);
+    // Parquet C++ 11 reports a distinct count of 0, flagged as present, for every chunk it
+    // wrote: a chunk holding a value has at least one distinct value, so such a 0 is no count.
+    const uint64_t height = r < heights.size() ? heights[r] : 0;
+    const bool holdsValues = !entry.nullCount || static_cast<uint64_t>(*entry.nullCount) < height;
+    if (*entry.distinctCount == 0 && holdsValues) entry.distinctCount.reset();
   }
   entry.hasMinMax = flagAt(stats.hasMinMax, position);
   if (entry.hasMinMax) {
@@ -253,27 +286,36 @@ std::string jsonValue(const std::optional<ShownValue>& value) {
   return value->numeric ? value->text : jsonString(value->text);
 }
 
-void printText(const Statistics& stats, const std::vector<std::string>& names,
-               size_t numRowGroups) {
+void printText(const Statistics& stats, const std::vector<std::string>& names, size_t numRowGroups,
+               const std::vector<uint64_t>& heights,
+               const std::vector<Unfilterable>& unfilterable) {
   std::printf("variable\trow group\tnull count\tdistinct count\tmin\tmax\n");
   for (size_t v = 0; v < names.size(); ++v) {
     for (size_t r = 0; r < numRowGroups; ++r) {
-      const Entry entry = entryAt(stats, r, v);
+      const Entry entry = entryAt(stats, r, v, heights);
       std::printf("%s\t%zu\t%s\t%s\t%s\t%s\n", names[v].c_str(), r + 1,
                   countText(entry.nullCount).c_str(), countText(entry.distinctCount).c_str(),
                   valueText(entry.min).c_str(), valueText(entry.max).c_str());
     }
   }
+  if (!unfilterable.empty()) {
+    std::printf("\nwithout statistics for filtering:\n");
+    for (const auto& u : unfilterable) {
+      std::printf("  %s\t%s (%s)\n", u.name.c_str(), u.reason.c_str(), u.identifier.c_str());
+    }
+  }
 }
 
 void printJson(const Statistics& stats, const std::string& file,
-               const std::vector<std::string>& names, size_t numRowGroups) {
+               const std::vector<std::string>& names, size_t numRowGroups,
+               const std::vector<uint64_t>& heights,
+               const std::vector<Unfilterable>& unfilterable) {
   std::printf("{\"file\": %s, \"rowGroups\": %zu, \"variables\": [", jsonString(file).c_str(),
               numRowGroups);
   for (size_t v = 0; v < names.size(); ++v) {
     std::printf("%s{\"name\": %s, \"rowGroups\": [", v ? ", " : "", jsonString(names[v]).c_str());
     for (size_t r = 0; r < numRowGroups; ++r) {
-      const Entry entry = entryAt(stats, r, v);
+      const Entry entry = entryAt(stats, r, v, heights);
       std::printf(
           "%s{\"rowGroup\": %zu, \"hasNullCount\": %s, \"nullCount\": %s, "
           "\"hasDistinctCount\": %s, \"distinctCount\": %s, \"hasMinMax\": %s, \"min\": %s, "
@@ -284,6 +326,13 @@ void printJson(const Statistics& stats, const std::string& file,
           jsonValue(entry.min).c_str(), jsonValue(entry.max).c_str());
     }
     std::printf("]}");
+  }
+  std::printf("], \"unfilterable\": [");
+  for (size_t i = 0; i < unfilterable.size(); ++i) {
+    std::printf("%s{\"name\": %s, \"identifier\": %s, \"reason\": %s}", i ? ", " : "",
+                jsonString(unfilterable[i].name).c_str(),
+                jsonString(unfilterable[i].identifier).c_str(),
+                jsonString(unfilterable[i].reason).c_str());
   }
   std::printf("]}\n");
 }
@@ -300,16 +349,19 @@ int runStats(const std::vector<std::string>& words) {
   std::vector<std::string> fileNames;
   for (const auto& name : reader.getVariableNames()) fileNames.push_back(ustring_to_utf8(name));
 
-  const std::vector<int> indices = resolveVariables(fileNames, args.value("--vars"));
+  std::vector<Unfilterable> unfilterable;
+  const std::vector<int> indices =
+      resolveVariables(fileNames, args.value("--vars"), reader, unfilterable);
+  const std::vector<uint64_t> heights = reader.getRowGroupHeights();
   std::vector<std::string> names;
   for (int index : indices) names.push_back(fileNames[index]);
 
   const Statistics stats = reader.getStatistics(indices);
   const size_t numRowGroups = vxGetM(stats.hasMinMax.get());
   if (args.flag("--json")) {
-    printJson(stats, file, names, numRowGroups);
+    printJson(stats, file, names, numRowGroups, heights, unfilterable);
   } else {
-    printText(stats, names, numRowGroups);
+    printText(stats, names, numRowGroups, heights, unfilterable);
   }
   return 0;
 }

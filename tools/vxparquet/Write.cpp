@@ -1,7 +1,11 @@
 // vxparquet write: writes a CSV or Parquet file's table through the library's ParquetWriter, as
 // the host would write one of its tables.
+#include <unistd.h>
+
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <optional>
 #include <stdexcept>
@@ -26,43 +30,197 @@
 namespace vxparquet {
 namespace {
 
+constexpr int64_t kDefaultMaxRowGroupLength = 1048576;
+
 using foundation::unicode::ustring_to_utf8;
 using foundation::unicode::utf8_to_ustring;
 using vantro::io::parquet::core::write::ParquetWriter;
 
 // Arrow failures outside the library (reading the CSV input) are the program's own errors.
 template <class T>
-T valueOrFail(::arrow::Result<T> result, const std::string& what) {
-  if (!result.ok()) throw std::runtime_error(what + ": " + result.status().ToString());
+T valueOrFail(::arrow::Result<T> result, const std::string& key, const std::string& what) {
+  if (!result.ok()) failWith(key, what + ": " + result.status().message());
   return std::move(result).ValueUnsafe();
 }
 
-bool isParquetFile(const std::string& path) {
-  std::ifstream input(path, std::ios::binary);
-  char magic[4] = {};
-  input.read(magic, sizeof(magic));
-  return input.gcount() == 4 && std::string(magic, 4) == "PAR1";
+enum class InputFormat { kParquet, kCsv, kTsv };
+
+// How to read a CSV or TSV input.
+struct CsvSettings {
+  char delimiter = ',';
+  bool header = true;
+  std::optional<std::vector<std::string>> nullValues;
+  std::vector<std::pair<std::string, std::shared_ptr<::arrow::DataType>>> types;
+};
+
+std::string lowerCase(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
 }
 
-matrix::unique_array readCsv(const std::string& path) {
-  auto input = valueOrFail(::arrow::io::ReadableFile::Open(path), "cannot open " + path);
-  auto reader = valueOrFail(
-      ::arrow::csv::TableReader::Make(
-          ::arrow::io::default_io_context(), input, ::arrow::csv::ReadOptions::Defaults(),
-          ::arrow::csv::ParseOptions::Defaults(), ::arrow::csv::ConvertOptions::Defaults()),
-      "cannot read " + path);
-  auto table = valueOrFail(reader->Read(), "cannot read " + path);
-  return valueOrFail(vantro::io::arrow::core::to_vantro(table), "cannot convert " + path);
+bool endsWith(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+// The first bytes of the input, to tell its format by content.
+std::string leadingBytes(const std::string& path, size_t count) {
+  std::ifstream input(path, std::ios::binary);
+  if (!input) failWith("CannotOpenInput", "Unable to open '" + path + "'.");
+  std::string bytes(count, '\0');
+  input.read(bytes.data(), static_cast<std::streamsize>(count));
+  bytes.resize(static_cast<size_t>(input.gcount()));
+  return bytes;
+}
+
+// Parquet by its magic bytes; otherwise CSV or TSV only when the name or --from-format says
+// so, and never for content that is plainly not text (gzip, other binary data).
+InputFormat decideFormat(const std::string& path, const std::optional<std::string>& given) {
+  const std::string head = leadingBytes(path, 4096);
+  std::optional<InputFormat> format;
+  if (given) {
+    const std::string name = matchChoice(*given, {"parquet", "csv", "tsv"}, "--from-format");
+    format = name == "parquet" ? InputFormat::kParquet
+                               : (name == "csv" ? InputFormat::kCsv : InputFormat::kTsv);
+  } else if (head.rfind("PAR1", 0) == 0) {
+    format = InputFormat::kParquet;
+  } else if (endsWith(lowerCase(path), ".csv")) {
+    format = InputFormat::kCsv;
+  } else if (endsWith(lowerCase(path), ".tsv")) {
+    format = InputFormat::kTsv;
+  }
+  if (!format) {
+    failWith("UnknownInputFormat", "'" + path +
+                                       "' is neither a Parquet file nor named *.csv or *.tsv; give "
+                                       "--from-format csv to read it as CSV.");
+  }
+  if (*format == InputFormat::kParquet && head.rfind("PAR1", 0) != 0) {
+    failWith("UnknownInputFormat", "'" + path + "' is not a Parquet file (no PAR1 magic bytes).");
+  }
+  if (*format != InputFormat::kParquet &&
+      (head.rfind("\x1f\x8b", 0) == 0 || head.find('\0') != std::string::npos)) {
+    failWith("UnknownInputFormat", "'" + path +
+                                       "' is not text: compressed or binary data cannot "
+                                       "be read as CSV.");
+  }
+  return *format;
+}
+
+std::shared_ptr<::arrow::DataType> typeNamed(const std::string& name, const std::string& option) {
+  static const std::vector<std::pair<std::string, std::shared_ptr<::arrow::DataType>>> types = {
+      {"int8", ::arrow::int8()},
+      {"int16", ::arrow::int16()},
+      {"int32", ::arrow::int32()},
+      {"int64", ::arrow::int64()},
+      {"uint8", ::arrow::uint8()},
+      {"uint16", ::arrow::uint16()},
+      {"uint32", ::arrow::uint32()},
+      {"uint64", ::arrow::uint64()},
+      {"single", ::arrow::float32()},
+      {"double", ::arrow::float64()},
+      {"logical", ::arrow::boolean()},
+      {"string", ::arrow::utf8()},
+      {"date", ::arrow::date32()},
+      {"timestamp", ::arrow::timestamp(::arrow::TimeUnit::MICRO)},
+      {"timestamptz", ::arrow::timestamp(::arrow::TimeUnit::MICRO, "UTC")},
+  };
+  std::vector<std::string> names;
+  for (const auto& entry : types) names.push_back(entry.first);
+  const std::string valid = matchChoice(name, names, option);
+  for (const auto& entry : types) {
+    if (entry.first == valid) return entry.second;
+  }
+  return nullptr;
+}
+
+CsvSettings csvSettings(const Arguments& args, InputFormat format) {
+  CsvSettings settings;
+  if (format == InputFormat::kTsv) settings.delimiter = '\t';
+  if (const auto delimiter = args.value("--delimiter")) {
+    const std::string text =
+        *delimiter == "\\t" || lowerCase(*delimiter) == "tab" ? "\t" : *delimiter;
+    if (text.size() != 1) throw UsageError{"--delimiter takes one character (or 'tab')"};
+    settings.delimiter = text[0];
+  }
+  settings.header = !args.flag("--no-header");
+  if (const auto nulls = args.value("--null-values")) settings.nullValues = splitList(*nulls);
+  if (const auto types = args.value("--types")) {
+    for (const auto& pair : splitList(*types)) {
+      const size_t equals = pair.rfind('=');
+      if (equals == std::string::npos) throw UsageError{"--types: '" + pair + "' is not name=type"};
+      settings.types.emplace_back(pair.substr(0, equals),
+                                  typeNamed(pair.substr(equals + 1), "--types"));
+    }
+  }
+  return settings;
+}
+
+matrix::unique_array readCsv(const std::string& path, const CsvSettings& settings) {
+  auto input = valueOrFail(::arrow::io::ReadableFile::Open(path), "CannotOpenInput",
+                           "Unable to open '" + path + "'");
+  auto readOptions = ::arrow::csv::ReadOptions::Defaults();
+  readOptions.autogenerate_column_names = !settings.header;
+  auto parseOptions = ::arrow::csv::ParseOptions::Defaults();
+  parseOptions.delimiter = settings.delimiter;
+  auto convertOptions = ::arrow::csv::ConvertOptions::Defaults();
+  if (settings.nullValues) {
+    convertOptions.null_values = *settings.nullValues;
+    convertOptions.strings_can_be_null = true;
+  }
+  for (const auto& [name, type] : settings.types) convertOptions.column_types[name] = type;
+  auto reader =
+      valueOrFail(::arrow::csv::TableReader::Make(::arrow::io::default_io_context(), input,
+                                                  readOptions, parseOptions, convertOptions),
+                  "InvalidCsv", "Unable to read '" + path + "' as CSV");
+  auto table = valueOrFail(reader->Read(), "InvalidCsv", "Unable to read '" + path + "' as CSV");
+  for (const auto& [name, type] : settings.types) {
+    if (table->schema()->GetFieldIndex(name) < 0) {
+      throw UsageError{"--types: the CSV has no column '" + name + "'"};
+    }
+  }
+  return valueOrFail(vantro::io::arrow::core::to_vantro(table), "InvalidCsv",
+                     "Unable to convert '" + path + "'");
 }
 
 // A Parquet input goes through the library's own reader, a CSV input through Arrow's.
-matrix::unique_array readInput(const std::string& path) {
-  if (isParquetFile(path)) {
+matrix::unique_array readInput(const std::string& path, InputFormat format,
+                               const CsvSettings& settings) {
+  if (format == InputFormat::kParquet) {
     return vantro::io::parquet::core::read::RowGroupParquetReader(utf8_to_ustring(path), {})
         .readFullFile();
   }
-  return readCsv(path);
+  return readCsv(path, settings);
 }
+
+// Standard input copied into a temporary file of our own (the readers need a file), removed
+// when done.
+class StdinCopy {
+ public:
+  StdinCopy() {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/vxparquet-stdin-XXXXXX";
+    const int fd = ::mkstemp(pattern.data());
+    if (fd < 0) failWith("CannotOpenInput", "Unable to keep standard input in a temporary file.");
+    mPath = pattern;
+    char buffer[1 << 16];
+    while (true) {
+      checkInterrupt();
+      const ssize_t got = ::read(STDIN_FILENO, buffer, sizeof buffer);
+      if (got == 0) break;
+      if (got < 0 || ::write(fd, buffer, static_cast<size_t>(got)) != got) {
+        ::close(fd);
+        failWith("CannotOpenInput", "Unable to read standard input.");
+      }
+    }
+    ::close(fd);
+  }
+  ~StdinCopy() {
+    if (!mPath.empty()) ::unlink(mPath.c_str());
+  }
+  const std::string& path() const { return mPath; }
+
+ private:
+  std::string mPath;
+};
 
 // The leaf columns of each variable, named as Parquet's per-column settings name them (the
 // dot-joined column path, e.g. "a.list.element"), grouped by variable.
@@ -131,31 +289,61 @@ Summary summarize(const std::string& path) {
 int runWrite(const std::vector<std::string>& words) {
   const Arguments args(
       words,
-      {"--from", "--compression", "--compression-per-variable", "--encoding",
-       "--encoding-per-variable", "--version", "--row-group-heights", "--max-row-group-length"},
-      {});
+      {"--from", "--from-format", "--delimiter", "--null-values", "--types", "--compression",
+       "--compression-per-variable", "--encoding", "--encoding-per-variable", "--version",
+       "--row-group-heights", "--max-row-group-length"},
+      {"--no-header"});
   if (args.positional().size() != 1) throw UsageError{"write needs exactly one output file"};
   if (!args.value("--from")) throw UsageError{"write needs --from IN"};
   requireAtMostOne(args, "--compression", "--compression-per-variable");
   requireAtMostOne(args, "--encoding", "--encoding-per-variable");
   requireAtMostOne(args, "--row-group-heights", "--max-row-group-length");
   const std::string output = args.positional()[0];
+  const bool toStdout = output == "-";
+  const std::string from = *args.value("--from");
+  if (from == "-" && !args.value("--from-format")) {
+    throw UsageError{"--from - needs --from-format parquet, csv or tsv"};
+  }
 
-  const matrix::unique_array table = readInput(*args.value("--from"));
-  const auto arrowTable =
-      valueOrFail(vantro::io::arrow::core::to_arrow_table(table.get()), "cannot convert input");
+  // Every option is checked before anything is read or written.
+  const auto version = args.value("--version");
+  const std::string versionName = version ? matchChoice(*version, {"1.0", "2.0"}, "--version") : "";
+  std::optional<int64_t> maxLength;
+  if (const auto length = args.value("--max-row-group-length")) {
+    maxLength = static_cast<int64_t>(parseCount(*length, "--max-row-group-length"));
+  }
+  std::optional<std::vector<double>> heights;
+  if (const auto list = args.value("--row-group-heights")) {
+    heights = parseNumberList(*list, "--row-group-heights");
+  }
+
+  std::optional<StdinCopy> stdinCopy;
+  if (from == "-") stdinCopy.emplace();
+  const std::string inputPath = stdinCopy ? stdinCopy->path() : from;
+  const InputFormat format = decideFormat(inputPath, args.value("--from-format"));
+  const matrix::unique_array table = readInput(inputPath, format, csvSettings(args, format));
+  checkInterrupt();
+  const auto arrowTable = valueOrFail(vantro::io::arrow::core::to_arrow_table(table.get()),
+                                      "InvalidInput", "Unable to convert the input");
   const auto& schema = *arrowTable->schema();
+  if (heights) {
+    double sum = 0;
+    for (double height : *heights) sum += height;
+    if (sum != static_cast<double>(arrowTable->num_rows())) {
+      failWith("RowGroupHeightsMismatch",
+               "--row-group-heights add up to " + std::to_string(static_cast<uint64_t>(sum)) +
+                   " rows, but the input has " + std::to_string(arrowTable->num_rows()) + ".");
+    }
+  }
 
-  ParquetWriter writer(utf8_to_ustring(output));
+  ParquetWriter writer(utf8_to_ustring(toStdout ? "/dev/stdout" : output));
   std::vector<std::u16string> names;
   for (const auto& name : schema.field_names()) names.push_back(utf8_to_ustring(name));
   writer.setVariableNames(names);
-  if (const auto version = args.value("--version")) writer.setVersion(*version);
-  if (const auto length = args.value("--max-row-group-length")) {
-    const auto numbers = parseNumberList(*length, "--max-row-group-length");
-    if (numbers.size() != 1) throw UsageError{"--max-row-group-length takes one number"};
-    writer.setMaxRowGroupLength(static_cast<int64_t>(numbers[0]));
-  }
+  if (version) writer.setVersion(versionName);
+  // Row groups of at most 2^20 rows let statistics skip parts of large files; the library's
+  // own default stays as it is for the host.
+  if (!heights) writer.setMaxRowGroupLength(maxLength.value_or(kDefaultMaxRowGroupLength));
 
   // Per-variable settings reach a variable's columns through its leaf paths.
   const bool compression = args.value("--compression") || args.value("--compression-per-variable");
@@ -164,27 +352,40 @@ int runWrite(const std::vector<std::string>& words) {
     LeafPaths leaves = leafPathsOf(schema, writer.getUseCompliantNestedTypes());
     writer.setLeafColumnPaths(std::move(leaves.offsets), std::move(leaves.paths));
   }
+  static const std::vector<std::string> kCompressions = {"uncompressed", "snappy", "gzip", "brotli",
+                                                         "lz4",          "lzo",    "zstd"};
+  static const std::vector<std::string> kEncodings = {"dictionary", "plain"};
   if (compression) {
-    writer.setVariableCompression(perVariable(schema.field_names(), args.value("--compression"),
-                                              args.value("--compression-per-variable"), "snappy",
-                                              "--compression-per-variable"));
+    auto values = perVariable(schema.field_names(), args.value("--compression"),
+                              args.value("--compression-per-variable"), "snappy",
+                              "--compression-per-variable");
+    for (auto& value : values) value = matchChoice(value, kCompressions, "--compression");
+    writer.setVariableCompression(values);
   }
   if (encoding) {
-    writer.setVariableEncoding(perVariable(schema.field_names(), args.value("--encoding"),
-                                           args.value("--encoding-per-variable"), "dictionary",
-                                           "--encoding-per-variable"));
+    auto values =
+        perVariable(schema.field_names(), args.value("--encoding"),
+                    args.value("--encoding-per-variable"), "dictionary", "--encoding-per-variable");
+    for (auto& value : values) value = matchChoice(value, kEncodings, "--encoding");
+    writer.setVariableEncoding(values);
   }
 
-  if (const auto heights = args.value("--row-group-heights")) {
-    const auto values = parseNumberList(*heights, "--row-group-heights");
-    matrix::unique_array hostHeights(vxCreateDoubleMatrix(1, values.size(), vxREAL));
-    std::copy(values.begin(), values.end(), vxGetPr(hostHeights.get()));
+  checkInterrupt();
+  if (heights) {
+    matrix::unique_array hostHeights(vxCreateDoubleMatrix(1, heights->size(), vxREAL));
+    std::copy(heights->begin(), heights->end(), vxGetPr(hostHeights.get()));
     writer.writeRowGroups(table.get(), hostHeights.get());
   } else {
     writer.write(table.get());
   }
+  checkInterrupt();
   writer.close();
 
+  if (toStdout) {
+    std::fprintf(stderr, "wrote standard output: %lld rows, %zu variables\n",
+                 static_cast<long long>(arrowTable->num_rows()), names.size());
+    return 0;
+  }
   const Summary summary = summarize(output);
   std::printf("wrote %s: %lld rows, %d row groups, %zu variables\n", output.c_str(),
               static_cast<long long>(summary.rows), summary.rowGroups, names.size());

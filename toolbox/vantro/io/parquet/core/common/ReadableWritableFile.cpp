@@ -150,6 +150,13 @@ bool ReadableWritableFile::supports_zero_copy() const { return false; }
 
 void ReadableWritableFile::Cleanup() { mCleanup->cleanup(); }
 
+::arrow::Status ReadableWritableFile::Commit() {
+  return withoutThrowing<::arrow::Status>([&] {
+    mCleanup->commit();
+    return ::arrow::Status::OK();
+  });
+}
+
 std::u16string ReadableWritableFile::GetFilename() {
   const vfs::AbsoluteIRI& iri = mStream->absoluteIRI();
   if (vfs::schemeEquals(iri.getScheme(), u"file")) return vfs::fromAbsoluteIRI(iri);

@@ -48,6 +48,9 @@ class ReadableWritableFile : public ::arrow::io::ReadWriteFileInterface {
 
   // Applies the clean-up policy given at construction (deletes an unfinished output).
   void Cleanup();
+  // Makes a finished output the file at its name (outputs are written beside the file they
+  // replace); called once, after Close. A failure is an IOError naming the host's identifier.
+  ::arrow::Status Commit();
   // The local path for "file" IRIs (any letter case of the scheme), else the IRI text.
   std::u16string GetFilename();
 

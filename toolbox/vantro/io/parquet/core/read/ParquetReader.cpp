@@ -1,8 +1,12 @@
 #include "toolbox/vantro/io/parquet/core/read/ParquetReader.hpp"
 
+#include <algorithm>
 #include <deque>
 #include <exception>
+#include <new>
 #include <numeric>
+#include <system_error>
+#include <thread>
 #include <unordered_map>
 #include <utility>
 
@@ -23,6 +27,7 @@
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
 #include "toolbox/vantro/io/parquet/core/info/RowGroupGeometry.hpp"
 #include "toolbox/vantro/io/parquet/core/info/TypeDescriptions.hpp"
+#include "toolbox/vantro/io/parquet/core/read/DeclaredSizes.hpp"
 
 namespace vantro::io::parquet::core::read {
 
@@ -65,6 +70,21 @@ bool isNestedTypeId(::arrow::Type::type id) {
     default:
       return false;
   }
+}
+
+// Starts and joins count threads, so that a process limit is found before Arrow's pool meets it:
+// a thread that fails to start inside the pool leaves it waiting for that thread for ever,
+// which hangs the process at exit. Tried before every read, since limits change.
+std::string threadStartFailure(int count) {
+  std::vector<std::thread> threads;
+  std::string failure;
+  try {
+    for (int i = 0; i < count; ++i) threads.emplace_back([] {});
+  } catch (const std::system_error& e) {
+    failure = e.what();
+  }
+  for (auto& thread : threads) thread.join();
+  return failure;
 }
 
 }  // namespace
@@ -218,16 +238,19 @@ const std::vector<uint64_t> ParquetReader::getRowGroupOffsets() const {
 
 Statistics ParquetReader::getStatistics(const std::vector<int>& variableIndices) {
   VANTRO_PARQUET_TRACE();
+  requireFile();
   return read_statistics(mFileReader->parquet_reader()->metadata(), getSchema(),
                          *mSelectedVariables.manifest, variableIndices);
 }
 
 const ::parquet::FileMetaData& ParquetReader::getMetadata() const {
   VANTRO_PARQUET_TRACE();
+  requireFile();
   return *mFileReader->parquet_reader()->metadata();
 }
 
 std::shared_ptr<::arrow::Schema> ParquetReader::getSchema() const {
+  requireFile();
   std::shared_ptr<::arrow::Schema> schema;
   throwReadExceptIfNotOk(mFileReader->GetSchema(&schema), mFilename);
   return schema;
@@ -244,8 +267,14 @@ void ParquetReader::setupArrowThreadPool() {
   }
   const int64_t numThreads = foundation::services::getNumComputationalThreads();
   getLogger().log(severity::kConfig, "numThreads = ", numThreads);
-  throwReadExceptIfNotOk(::arrow::SetCpuThreadPoolCapacity(static_cast<int>(numThreads)),
-                         mFilename);
+  const int capacity = static_cast<int>(std::clamp<int64_t>(numThreads, 1, 4096));
+  const std::string failure = threadStartFailure(capacity);
+  if (!failure.empty()) {
+    common::throwInvalidRead(mFilename, u"Unable to start " +
+                                            utf8_to_ustring(std::to_string(capacity)) +
+                                            u" threads for reading: " + utf8_to_ustring(failure));
+  }
+  throwReadExceptIfNotOk(::arrow::SetCpuThreadPoolCapacity(capacity), mFilename);
   if (mFileReader) mFileReader->set_use_threads(true);
 }
 
@@ -272,6 +301,44 @@ void ParquetReader::throwIfNestedDictionary(const std::shared_ptr<::arrow::Field
   }
   for (const auto& child : type->fields()) {
     throwIfNestedDictionary(child, depth + 1, variableName, variableIndex);
+  }
+}
+
+void ParquetReader::requireFile() const {
+  if (!mFileReader) {
+    common::throwInvalidRead(mFilename,
+                             u"No file is open: the reader was never initialised, or "
+                             u"restoring its saved state failed");
+  }
+}
+
+void ParquetReader::checkDeclaredSizes(const std::vector<int>& rowGroups) const {
+  throwReadExceptIfNotOk(
+      checkDeclaredChunkSizes(getMetadata(), rowGroups, mSelectedVariables.parquetColumnIndices,
+                              foundation::services::getMaxColumnChunkBytes()),
+      mFilename);
+}
+
+int64_t ParquetReader::footerRows(const std::vector<int>& rowGroups) const {
+  const auto& metadata = getMetadata();
+  int64_t rows = 0;
+  for (const int rowGroup : rowGroups) {
+    if (rowGroup >= 0 && rowGroup < metadata.num_row_groups()) {
+      rows += metadata.RowGroup(rowGroup)->num_rows();
+    }
+  }
+  return rows;
+}
+
+void ParquetReader::checkRowCount(const std::shared_ptr<::arrow::Table>& table,
+                                  int64_t footerRows) const {
+  // Some corrupt pages make Arrow return fewer rows than the footer promises, without an error.
+  // A table without columns carries no rows of its own to compare.
+  if (table && table->num_columns() > 0 && table->num_rows() != footerRows) {
+    common::throwInvalidRead(
+        mFilename, utf8_to_ustring("The data holds " + std::to_string(table->num_rows()) +
+                                   " rows where the footer declares " + std::to_string(footerRows) +
+                                   "; the file is corrupt"));
   }
 }
 
@@ -302,6 +369,13 @@ matrix::unique_array ParquetReader::toHostTable(std::shared_ptr<::arrow::Table>&
     // Parquet reports some footer and page faults by exception rather than by status.
     getLogger().log(severity::kError, "Exception caught: ", e.what());
     common::throwReaderLoadException(ustring_to_utf8(mFilename), e.what());
+  } catch (const std::system_error& e) {
+    // A thread that Arrow could not start, from inside its pool.
+    getLogger().log(severity::kError, "Exception caught: ", e.what());
+    common::throwInvalidRead(mFilename, utf8_to_ustring(e.what()));
+  } catch (const std::bad_alloc& e) {
+    getLogger().log(severity::kError, "Exception caught: ", e.what());
+    common::throwInvalidRead(mFilename, u"Out of memory while reading");
   }
 }
 

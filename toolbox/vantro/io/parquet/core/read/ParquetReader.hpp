@@ -95,6 +95,16 @@ class ParquetReader {
   // The host table of an Arrow table, which it consumes; a null table stands for a reader
   // without a file.
   matrix::unique_array toHostTable(std::shared_ptr<::arrow::Table>&& table) const;
+  // Refuses a table read from row groups whose footer declares another number of rows.
+  void checkRowCount(const std::shared_ptr<::arrow::Table>& table, int64_t footerRows) const;
+
+  // Refuses calls that need a file on a reader that has none.
+  void requireFile() const;
+  // Refuses selected column chunks of rowGroups (0-based) whose declared decoded size is
+  // impossible or beyond the host's bound, before Arrow reads any page of them.
+  void checkDeclaredSizes(const std::vector<int>& rowGroups) const;
+  // Rows the footer declares for rowGroups (0-based).
+  int64_t footerRows(const std::vector<int>& rowGroups) const;
 
   // Runs an Arrow call, turning a Parquet exception that escapes it into a host error.
   ::arrow::Status guarded(const std::function<::arrow::Status()>& call) const;

@@ -1,6 +1,8 @@
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
 #include <algorithm>
+#include <cmath>
+#include <numeric>
 #include <utility>
 
 #include <arrow/table.h>
@@ -36,6 +38,14 @@ bool isReaderState(const vxArray_tag* state) {
   const vxArray_tag* rowGroups = vxGetCell(state, 1);
   return name != nullptr && vxGetClassID(name) == vxCHAR_CLASS && rowGroups != nullptr &&
          vxGetClassID(rowGroups) == vxDOUBLE_CLASS;
+}
+
+// A host row-group number made 0-based for Arrow. Numbers in range truncate toward zero; NaN
+// and numbers far outside any file become -1, which Arrow refuses as it does 0.
+int toArrowIndex(double oneBased, bool truncateFirst) {
+  constexpr double kFar = 1e9;
+  if (std::isnan(oneBased) || oneBased < -kFar || oneBased > kFar) return -1;
+  return truncateFirst ? static_cast<int>(oneBased) - 1 : static_cast<int>(oneBased - 1.0);
 }
 
 }  // namespace
@@ -134,15 +144,19 @@ std::shared_ptr<::arrow::Table> RowGroupParquetReader::readNext() {
   if (!mFileReader) return table;
   const auto& columns = mSelectedVariables.parquetColumnIndices;
   ::arrow::Status status;
+  int64_t footerRowCount = 0;
   if (shouldReadEmptyOnce()) {
     // No row group to read: the whole-file read yields the variables with no rows.
     status = guarded([&] { return mFileReader->ReadTable(columns, &table); });
   } else {
     // Truncate, then make 0-based: entries below 1 reach Arrow as invalid row groups.
-    const int rowGroup = static_cast<int>(mRowGroups[mRowGroupIndex]) - 1;
+    const int rowGroup = toArrowIndex(mRowGroups[mRowGroupIndex], /*truncateFirst=*/true);
+    checkDeclaredSizes({rowGroup});
+    footerRowCount = footerRows({rowGroup});
     status = guarded([&] { return mFileReader->ReadRowGroup(rowGroup, columns, &table); });
   }
   throwReadExceptIfNotOk(status, mFilename);
+  checkRowCount(table, footerRowCount);
   ++mRowGroupIndex;
   return table;
 }
@@ -156,7 +170,8 @@ matrix::unique_array RowGroupParquetReader::readRowGroups(std::vector<double> ro
   // Subtract in double, then truncate: unlike readNext, 0.5 becomes row group 0 here.
   std::vector<int> indices(rowGroups.size());
   std::transform(rowGroups.begin(), rowGroups.end(), indices.begin(),
-                 [](double rowGroup) { return static_cast<int>(rowGroup - 1.0); });
+                 [](double rowGroup) { return toArrowIndex(rowGroup, /*truncateFirst=*/false); });
+  checkDeclaredSizes(indices);
 
   std::shared_ptr<::arrow::Table> table;
   throwReadExceptIfNotOk(guarded([&] {
@@ -164,6 +179,7 @@ matrix::unique_array RowGroupParquetReader::readRowGroups(std::vector<double> ro
                                indices, mSelectedVariables.parquetColumnIndices, &table);
                          }),
                          mFilename);
+  checkRowCount(table, footerRows(indices));
   return toHostTable(std::move(table));
 }
 
@@ -177,11 +193,15 @@ matrix::unique_array RowGroupParquetReader::readFullFile() {
   setupArrowThreadPool();
   if (!mFileReader) return toHostTable(nullptr);
   checkForRowGroupedNestedDictionary();
+  std::vector<int> allRowGroups(getMetadata().num_row_groups());
+  std::iota(allRowGroups.begin(), allRowGroups.end(), 0);
+  checkDeclaredSizes(allRowGroups);
   std::shared_ptr<::arrow::Table> table;
   throwReadExceptIfNotOk(
       guarded(
           [&] { return mFileReader->ReadTable(mSelectedVariables.parquetColumnIndices, &table); }),
       mFilename);
+  checkRowCount(table, footerRows(allRowGroups));
   return toHostTable(std::move(table));
 }
 

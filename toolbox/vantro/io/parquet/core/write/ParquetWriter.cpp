@@ -71,7 +71,10 @@ ParquetWriter::ParquetWriter(const std::u16string& filename) {
 
 ParquetWriter::~ParquetWriter() {
   VANTRO_PARQUET_TRACE();
-  release();
+  // Destroyed while an exception leaves the host's write (an interrupt, a failed conversion of
+  // a later table): the rows so far are not the file the host asked for, so they are discarded
+  // instead of finished into one.
+  release(/*finish=*/std::uncaught_exceptions() <= mUncaughtExceptions);
 }
 
 ParquetWriter::ParquetWriter(ParquetWriter&& other) noexcept
@@ -80,7 +83,8 @@ ParquetWriter::ParquetWriter(ParquetWriter&& other) noexcept
       mVersionSet(other.mVersionSet),
       mFile(std::move(other.mFile)),
       mSchema(std::move(other.mSchema)),
-      mFileWriter(std::move(other.mFileWriter)) {
+      mFileWriter(std::move(other.mFileWriter)),
+      mUncaughtExceptions(other.mUncaughtExceptions) {
   VANTRO_PARQUET_TRACE();
 }
 
@@ -88,20 +92,26 @@ ParquetWriter& ParquetWriter::operator=(ParquetWriter&& other) noexcept {
   VANTRO_PARQUET_TRACE();
   if (this != &other) {
     // The output being replaced is finished or removed, as if this writer were destroyed.
-    release();
+    release(/*finish=*/true);
     mFilename = std::move(other.mFilename);
     mOptions = std::move(other.mOptions);
     mVersionSet = other.mVersionSet;
     mFile = std::move(other.mFile);
     mSchema = std::move(other.mSchema);
     mFileWriter = std::move(other.mFileWriter);
+    mUncaughtExceptions = other.mUncaughtExceptions;
   }
   return *this;
 }
 
-void ParquetWriter::release() noexcept {
+void ParquetWriter::release(bool finish) noexcept {
   try {
-    close();
+    if (finish) {
+      close();
+    } else {
+      // Parquet's writer finishes itself on destruction, into the output about to be removed.
+      mFileWriter.reset();
+    }
   } catch (const std::exception& e) {
     getLogger().log(severity::kError, "Exception caught: ", e.what());
   } catch (...) {
@@ -294,6 +304,9 @@ void ParquetWriter::write(const vxArray_tag* table) {
 void ParquetWriter::writeRowGroups(const vxArray_tag* table, const vxArray_tag* rowGroupHeights) {
   VANTRO_PARQUET_TRACE();
   const auto arrowTable = checkedArrowTable(table);
+  // Heights of another class would read as no heights at all and silently write nothing.
+  require(rowGroupHeights != nullptr && vxGetClassID(rowGroupHeights) == vxDOUBLE_CLASS,
+          "RowGroupHeights must be a double array");
   validateSchema(arrowTable->schema(), /*rowGrouped=*/true);
 
   const double* heights = vxGetPr(rowGroupHeights);
@@ -313,13 +326,19 @@ void ParquetWriter::writeRowGroups(const vxArray_tag* table, const vxArray_tag* 
 
 void ParquetWriter::close() {
   VANTRO_PARQUET_TRACE();
-  if (!mFileWriter || !mFile) return;
+  if (!mFile) return;
+  // A schema without a file writer: a write failed after the file was begun. Its rows cannot
+  // be finished into a file; the output is discarded and whatever was at the name stays.
+  require(mFileWriter != nullptr || mSchema == nullptr,
+          "File not finished: an earlier write failed, so nothing was written");
+  if (!mFileWriter) return;
   // One Close finishes Parquet's writer, failed or not: used again, it would touch row-group
   // writers it has already released. Without it, this writer counts as finished.
   const ::arrow::Status closed = mFileWriter->Close();
   mFileWriter.reset();
   throwWriteExceptIfNotOk(closed, mFilename);
   throwWriteExceptIfNotOk(mFile->Close(), mFilename);
+  throwWriteExceptIfNotOk(mFile->Commit(), mFilename);
   mFile.reset();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <string>
 #include <vector>
@@ -70,8 +71,8 @@ class ParquetWriter {
   std::shared_ptr<::arrow::Table> checkedArrowTable(const vxArray_tag* table);
   void openFileWriter(const std::shared_ptr<::arrow::Schema>& schema);
   void writeChunk(const ::arrow::Table& table, int64_t chunkSize);
-  // Closes, or else removes the unfinished output; never throws.
-  void release() noexcept;
+  // Closes (when finish is true), or else removes the unfinished output; never throws.
+  void release(bool finish) noexcept;
 
   std::u16string mFilename;
   ParquetWriterOptions mOptions;
@@ -79,6 +80,9 @@ class ParquetWriter {
   std::shared_ptr<common::ReadableWritableFile> mFile;
   std::shared_ptr<::arrow::Schema> mSchema;
   std::unique_ptr<::parquet::arrow::FileWriter> mFileWriter;
+  // Exceptions in flight when the writer was made: more at destruction means the host left the
+  // write by an exception.
+  int mUncaughtExceptions = std::uncaught_exceptions();
 };
 
 }  // namespace vantro::io::parquet::core::write

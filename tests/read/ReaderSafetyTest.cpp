@@ -1,0 +1,146 @@
+// Readers refuse what they cannot do safely: no file, impossible footers, short data.
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include <arrow/api.h>
+#include <parquet/file_reader.h>
+#include <parquet/properties.h>
+
+#include "host/services/Services.hpp"
+#include "tests/read/ReaderTestSupport.hpp"
+#include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
+
+namespace {
+
+using vantro::io::parquet::core::read::RowGroupParquetReader;
+using vxtest::expectHostError;
+using vxtest::u16;
+
+constexpr const char* kInvalidRead = "VANTRO:parquetio:read:InternalInvalidRead";
+
+std::string messageOf(const std::optional<foundation::core::except::MessageArguments>& arguments) {
+  return arguments ? vxtest::u8(std::get<std::u16string>(arguments->at(1))) : std::string();
+}
+
+TEST(ReaderWithoutFile, EveryQueryOfTheFileIsRefused) {
+  RowGroupParquetReader never;
+  RowGroupParquetReader failed;
+  matrix::unique_array badState(vxCreateDoubleMatrix(1, 1, vxREAL));
+  expectHostError([&] { failed.deserialize(badState); }, kInvalidRead);
+  for (RowGroupParquetReader* reader : {&never, &failed}) {
+    const std::function<void()> calls[] = {
+        [&] { reader->getVariableNames(); },     [&] { reader->getVariableTypes(); },
+        [&] { reader->getTotalNumRowGroups(); }, [&] { reader->getRowGroupHeights(); },
+        [&] { reader->getRowGroupOffsets(); },   [&] { reader->getStatistics({0}); },
+    };
+    for (const auto& call : calls) {
+      const auto arguments = expectHostError(call, kInvalidRead);
+      EXPECT_NE(messageOf(arguments).find("No file is open"), std::string::npos);
+    }
+  }
+}
+
+// Replaces, in place, the first run of `from` found after `start` with `to` (same length).
+void patchBytes(std::string& bytes, const std::string& from, const std::string& to, size_t start) {
+  ASSERT_EQ(from.size(), to.size());
+  const size_t at = bytes.find(from, start);
+  ASSERT_NE(at, std::string::npos);
+  bytes.replace(at, from.size(), to);
+}
+
+// Thrift's compact protocol stores i64 fields as zigzag varints.
+std::string varint(uint64_t value) {
+  std::string out;
+  do {
+    uint8_t byte = value & 0x7f;
+    value >>= 7;
+    if (value != 0) byte |= 0x80;
+    out.push_back(static_cast<char>(byte));
+  } while (value != 0);
+  return out;
+}
+std::string zigzag(int64_t value) { return varint(static_cast<uint64_t>(value) << 1); }
+
+size_t footerStart(const std::string& bytes) {
+  uint32_t length = 0;
+  std::memcpy(&length, bytes.data() + bytes.size() - 8, sizeof length);
+  return bytes.size() - 8 - length;
+}
+
+class DeclaredSizes : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    // 131072 plain int64 values without compression: a chunk of just over 1 MiB, whose sizes
+    // take four-byte varints that a forged value of the same length can replace.
+    arrow::Int64Builder values;
+    for (int64_t i = 0; i < 131072; ++i) ASSERT_TRUE(values.Append(i * 7919).ok());
+    const auto table = arrow::Table::Make(arrow::schema({arrow::field("v", arrow::int64())}),
+                                          {values.Finish().ValueOrDie()});
+    const auto properties = parquet::WriterProperties::Builder()
+                                .disable_dictionary()
+                                ->compression(parquet::Compression::UNCOMPRESSED)
+                                ->build();
+    path = dir.file("sizes.parquet");
+    vxtest::writeParquet(path, table, 1 << 20, properties);
+  }
+  void TearDown() override { foundation::services::setMaxColumnChunkBytes(0); }
+
+  vxtest::TempDir dir;
+  std::string path;
+};
+
+TEST_F(DeclaredSizes, AChunkBeyondTheHostBoundIsRefusedBeforeReading) {
+  foundation::services::setMaxColumnChunkBytes(1000);
+  RowGroupParquetReader reader(u16(path), std::vector<double>{1});
+  for (const auto& read : std::vector<std::function<void()>>{
+           [&] { reader.read(); }, [&] { reader.readall(); }, [&] { reader.readFullFile(); }}) {
+    const std::string message = messageOf(expectHostError(read, kInvalidRead));
+    EXPECT_NE(message.find("Column 'v' in row group 1"), std::string::npos) << message;
+    EXPECT_NE(message.find("more than the 1000 bytes allowed"), std::string::npos) << message;
+  }
+  foundation::services::setMaxColumnChunkBytes(0);
+  EXPECT_EQ(vxtest::read::tableRows(reader.readFullFile().get()), 131072u);
+}
+
+TEST_F(DeclaredSizes, AChunkClaimingMoreThanItsCodecCanProduceIsRefused) {
+  std::string bytes = vxtest::readBytes(path);
+  const auto metadata = parquet::ParquetFileReader::OpenFile(path)->metadata();
+  const int64_t declared = metadata->RowGroup(0)->ColumnChunk(0)->total_uncompressed_size();
+  const std::string original = zigzag(declared);
+  ASSERT_EQ(original.size(), 4u);
+  // The largest size with a four-byte varint: about 128 times the stored bytes.
+  patchBytes(bytes, "\x16" + original, "\x16" + zigzag((int64_t{1} << 27) - 1), footerStart(bytes));
+  const std::string forged = dir.file("forged.parquet");
+  vxtest::writeBytes(forged, bytes);
+
+  RowGroupParquetReader reader(u16(forged), std::vector<double>{1});
+  const std::string message = messageOf(expectHostError([&] { reader.read(); }, kInvalidRead));
+  EXPECT_NE(message.find("more than its codec can produce"), std::string::npos) << message;
+}
+
+TEST(ShortData, FewerRowsThanTheFooterDeclaresAreRefused) {
+  vxtest::TempDir dir;
+  const std::string path = dir.file("short.parquet");
+  vxtest::writeParquet(path, vxtest::simpleTable(39));
+  std::string bytes = vxtest::readBytes(path);
+  // The file's and the row group's row counts say 50; the pages still hold 39 rows.
+  const size_t footer = footerStart(bytes);
+  const std::string rows39 = "\x16" + zigzag(39);
+  const std::string rows50 = "\x16" + zigzag(50);
+  patchBytes(bytes, rows39, rows50, footer);
+  patchBytes(bytes, rows39, rows50, bytes.rfind(rows39));
+  const std::string forged = dir.file("forged.parquet");
+  vxtest::writeBytes(forged, bytes);
+
+  RowGroupParquetReader reader(u16(forged), std::vector<double>{1});
+  for (const auto& read :
+       std::vector<std::function<void()>>{[&] { reader.read(); }, [&] { reader.readFullFile(); }}) {
+    const std::string message = messageOf(expectHostError(read, kInvalidRead));
+    EXPECT_NE(message.find("The data holds 39 rows where the footer declares 50"),
+              std::string::npos)
+        << message;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,75 @@
+// The help text of each command: every option on one line, then an example.
+#include <map>
+#include <string>
+
+#include "Cli.hpp"
+
+namespace vxparquet {
+
+std::string commandHelp(const std::string& command) {
+  static const std::map<std::string, std::string> texts = {
+      {"count",
+       "usage: vxparquet count FILE|FOLDER|GLOB... [options]\n"
+       "  --json          one JSON document: each file's row groups and rows, and the total\n"
+       "  --sequential    count the files one after another instead of in parallel\n"
+       "  --recursive     look for *.parquet files in subfolders of FOLDER too\n"
+       "  --strict        stop at the first file that cannot be counted\n"
+       "example: vxparquet count data/ 'logs/*.parquet' --json\n"},
+      {"info",
+       "usage: vxparquet info FILE [options]\n"
+       "  --json          the summary as one JSON document\n"
+       "  --row-groups    per row group and column: sizes, compression and every encoding\n"
+       "  --schema        the tree of nested variables\n"
+       "example: vxparquet info data.parquet --row-groups\n"},
+      {"read",
+       "usage: vxparquet read FILE|FOLDER|GLOB... [options]\n"
+       "  --vars a,b          only these variables, in this order\n"
+       "  --where EXPR        only rows where EXPR holds, e.g. \"x > 5 and name in ('a','b')\"\n"
+       "  --explain           on standard error: row groups read of all, why others were skipped\n"
+       "  --limit N           at most N rows (reads only the row groups needed)\n"
+       "  --offset K          skip the first K rows (after --where)\n"
+       "  --row-groups 3,1    these row groups, in this order (numbered from 1)\n"
+       "  --byte-range O,S    the row groups that start in bytes [O, O+S)\n"
+       "  --each              one table per row group\n"
+       "  --format F          table (default), json, jsonl (one object per row) or csv\n"
+       "  --json              the same as --format json\n"
+       "  --with-file         add a variable 'file' naming each row's source file\n"
+       "  --recursive         look for *.parquet files in subfolders of FOLDER too\n"
+       "example: vxparquet read data.parquet --where \"day >= 2024-01-01\" --format jsonl\n"},
+      {"head",
+       "usage: vxparquet head FILE [options]\n"
+       "  -n N, --rows N      the first N rows (default 10)\n"
+       "  --vars a,b          only these variables\n"
+       "  --where EXPR        the first rows where EXPR holds\n"
+       "  --format F          table (default), json, jsonl or csv\n"
+       "example: vxparquet head data.parquet -n 5 --format csv\n"},
+      {"stats",
+       "usage: vxparquet stats FILE [options]\n"
+       "  --vars a,b      only these variables (default: every filterable one)\n"
+       "  --json          one JSON document\n"
+       "example: vxparquet stats data.parquet --vars id,day\n"},
+      {"write",
+       "usage: vxparquet write OUT|- --from IN|- [options]\n"
+       "  --from IN                       the input: Parquet, CSV or TSV; '-' reads standard "
+       "input\n"
+       "  --from-format F                 parquet, csv or tsv (needed for '-' and other names)\n"
+       "  --delimiter C                   CSV field separator (default ',' and tab for tsv)\n"
+       "  --no-header                     the CSV has no header line: variables are f0, f1, ...\n"
+       "  --null-values a,b               CSV texts that mean a missing value\n"
+       "  --types a=int64,b=string        CSV column types instead of inferred ones: "
+       "int8..uint64,\n"
+       "                                  single, double, logical, string, date, timestamp,\n"
+       "                                  timestamptz (UTC)\n"
+       "  --compression NAME              uncompressed, snappy, gzip, brotli, lz4, lz4_raw, zstd\n"
+       "  --compression-per-variable a=zstd,b=snappy\n"
+       "  --encoding dictionary|plain     (or --encoding-per-variable a=plain,...)\n"
+       "  --version 1.0|2.0               Parquet format version\n"
+       "  --row-group-heights 1000,...    explicit row groups; they must add up to the rows\n"
+       "  --max-row-group-length N        at most N rows per row group (default 1048576)\n"
+       "example: vxparquet write out.parquet --from in.csv --compression zstd\n"},
+  };
+  const auto it = texts.find(command);
+  return it == texts.end() ? std::string() : it->second;
+}
+
+}  // namespace vxparquet
