@@ -49,6 +49,9 @@ bool run(int nout, mxArray* out[], int count, const mxArray* args[], Failure& fa
     InterruptBridge bridge;
     command(nout, out, count - 1, args + 1);
     return true;
+  } catch (const foundation::core::except::InterruptException& e) {
+    InterruptBridge::consumeOctaveRequest();
+    failure = {e.identifier(), e.message()};
   } catch (const foundation::core::except::IMsgIDException& e) {
     failure = {e.identifier(), e.message()};
   } catch (const TranslationError& e) {

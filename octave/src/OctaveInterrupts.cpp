@@ -29,6 +29,11 @@ bool InterruptBridge::octaveRequested() {
   return octave_signal_caught != 0 || octave_interrupt_state > 0;
 }
 
+void InterruptBridge::consumeOctaveRequest() {
+  octave_signal_caught = 0;
+  if (octave_interrupt_state > 0) octave_interrupt_state = 0;
+}
+
 void InterruptBridge::watch() {
   while (!mStop.load()) {
     if (octaveRequested()) utInterruptState::Raise();

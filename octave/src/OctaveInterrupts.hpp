@@ -10,8 +10,9 @@ namespace vantro::octave {
 // While it lives, the calling thread (Octave's interpreter thread) is the host's signal thread
 // and a watcher raises the host interrupt as soon as Octave has caught a signal. Octave's own
 // SIGINT handler only records the signal; the library polls the host state between row groups
-// and files. Both states are left clear when it goes, so an interrupt never outlives its call:
-// Octave itself still sees its pending request and stops the caller.
+// and files. The host state is left clear when it goes, so an interrupt never outlives its
+// call; a request the library did not act on stays pending for Octave, which then stops the
+// caller itself.
 class InterruptBridge {
  public:
   InterruptBridge();
@@ -21,6 +22,9 @@ class InterruptBridge {
 
   // True when Octave asked for an interrupt during this call.
   static bool octaveRequested();
+  // The library stopped on Octave's request and reports it as its own error: Octave must not
+  // interrupt the caller a second time, so that try/catch sees that error.
+  static void consumeOctaveRequest();
 
  private:
   void watch();

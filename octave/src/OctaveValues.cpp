@@ -250,6 +250,10 @@ mxArray* structLike(const vxArray* value, size_t m, size_t n, bool typeFirst,
 
 // ---- Octave to host -------------------------------------------------------------------------
 
+// Octave owns the data that a host array views. A release function must be given: without one
+// the host frees the data into its own pool when the array goes.
+void keepOctaveData(void*) {}
+
 matrix::unique_array checked(vxArray* array) {
   if (array == nullptr) fail("OutOfMemory", "the host could not allocate an array");
   return matrix::unique_array(array);
@@ -445,7 +449,8 @@ matrix::unique_array toHost(const mxArray* value) {
   // The host array views Octave's data: the caller writes it out before Octave gets it back.
   void* data = mxGetData(value);
   if (data == nullptr) return checked(vxCreateNumericMatrix(mxGetM(value), mxGetN(value), id, vxREAL));
-  return checked(vxCreateNumericMatrixOver(mxGetM(value), mxGetN(value), id, data, nullptr, nullptr));
+  return checked(
+      vxCreateNumericMatrixOver(mxGetM(value), mxGetN(value), id, data, keepOctaveData, nullptr));
 }
 
 }  // namespace vantro::octave

@@ -51,6 +51,21 @@ std::vector<std::string> perVariable(const mxArray* value, size_t variables, con
   return settings;
 }
 
+// Heights that do not add up to the table's rows would write a different table.
+void checkHeights(const std::vector<double>& heights, int64_t rows) {
+  double sum = 0;
+  for (double height : heights) {
+    if (!(height >= 0) || height != static_cast<double>(static_cast<int64_t>(height))) {
+      invalid("RowGroupHeights must be whole numbers of rows");
+    }
+    sum += height;
+  }
+  if (sum != static_cast<double>(rows)) {
+    invalid("RowGroupHeights add up to " + std::to_string(static_cast<int64_t>(sum)) +
+            " rows but the table has " + std::to_string(rows));
+  }
+}
+
 }  // namespace
 
 void writeCommand(int, mxArray*[], int count, const mxArray* args[]) {
@@ -80,15 +95,18 @@ void writeCommand(int, mxArray*[], int count, const mxArray* args[]) {
   }
   const auto compression = optionOf(options, "Compression");
   const auto encoding = optionOf(options, "Encoding");
-  if (compression || encoding) {
-    // The schema alone: a view of the table costs no copy of its values.
+  const auto heights = optionOf(options, "RowGroupHeights");
+  if (compression || encoding || heights) {
+    // The schema and the height alone: a view of the table costs no copy of its values. A
+    // table the view refuses is left to the writer, which says what is wrong with it.
     auto view = vantro::io::arrow::core::to_arrow_table_view(table.get());
-    if (view.ok()) setLeafPaths(writer, *(*view)->schema());
+    if (view.ok() && (compression || encoding)) setLeafPaths(writer, *(*view)->schema());
+    if (view.ok() && heights) checkHeights(numbersOf(*heights, "RowGroupHeights"), (*view)->num_rows());
   }
   if (compression) writer.setVariableCompression(perVariable(*compression, names.size(), "Compression"));
   if (encoding) writer.setVariableEncoding(perVariable(*encoding, names.size(), "Encoding"));
 
-  if (const auto heights = optionOf(options, "RowGroupHeights")) {
+  if (heights) {
     const auto values = numbersOf(*heights, "RowGroupHeights");
     matrix::unique_array hostHeights(vxCreateDoubleMatrix(1, values.size(), vxREAL));
     std::copy(values.begin(), values.end(), vxGetPr(hostHeights.get()));
