@@ -103,6 +103,28 @@ endfunction
 %! T = pq_read (f);
 %! assert (T.s, {"żółw"; []; ""; "a\0b"; "\xF0\x9F\x98\x80"});
 
+## Where: row groups ruled out by their statistics are not read; rows are filtered exactly.
+%!test
+%! [T, rg] = pq_read (file, "Where", "x > 4");
+%! assert (rg, 3);
+%! assert (T.x, [5; 6]);
+%! [T, rg] = pq_read (file, "Where", "x >= 2 & ~(s == 'c') | k == 1", "Variables", {"s"});
+%! assert (rg, [1; 2; 3]);
+%! assert (T, struct ("s", {{"b"; "d"; "e"; "f"}}));
+%! [T, rg] = pq_read (file, "Where", "s in ('a', \"f\") and x between 1 and 5");
+%! assert (T.x, 1);
+%! assert (rg, [1; 3]);
+%! [T, rg] = pq_read (file, "Where", "x > 100", "RowGroups", [2 1]);
+%! assert (rg, zeros (0, 1));
+%! assert (numel (T.x), 0);
+%! assert (class (T.k), "int32");
+%! T = pq_read (file, "Where", "x is not null && k < 3", "RowGroups", [3 1]);
+%! assert (T.x, [5; 6]);
+%!error id=VANTRO:filter:InvalidExpression pq_read (file, "Where", "x >")
+%!error id=VANTRO:filter:UnknownVariable pq_read (file, "Where", "y > 1")
+%!error id=VANTRO:filter:TypeMismatch pq_read (file, "Where", "s > 1")
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "Where", 3)
+
 %!error id=VANTRO:octave:UnknownVariable pq_read (file, "Variables", {"x", "nope"})
 %!error id=VANTRO:octave:InvalidArgument pq_read (file, "RowGroups", 1, "ByteRange", [0 1])
 %!error id=VANTRO:octave:InvalidArgument pq_read (file, "ByteRange", [0 1 2])

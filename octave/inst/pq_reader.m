@@ -164,6 +164,16 @@ endclassdef
 %! assert (! hasdata (r2));
 %! done = pq_reader (save (r2));
 %! assert (! hasdata (done));
+## Where: the row groups that cannot match are not visited; the others are filtered.
+%!test
+%! r = pq_reader (file, "Where", "x >= 3 & x != 4", "Variables", "s");
+%! assert (r.RowGroups, [2; 3]);
+%! assert (read (r), struct ("s", {{"c"}}));
+%! assert (readall (r), struct ("s", {{"c"; "e"; "f"}}));
+%! r2 = pq_reader (save (r), "Where", "x == 5");
+%! assert (r2.RowGroups, 3);
+%! assert (read (r2), struct ("x", 5, "s", {{"e"}}));
+%!error id=VANTRO:filter:UnknownVariable pq_reader (file, "Where", "nope == 1")
 ## A file without row groups yields one table without rows.
 %!test
 %! f = fullfile (dir, "empty.parquet");

@@ -26,33 +26,55 @@ constexpr double kUnixEpochDatenum = 719529.0;
 
 mxClassID toMxClass(vxClassID id) {
   switch (id) {
-    case vxDOUBLE_CLASS: return mxDOUBLE_CLASS;
-    case vxSINGLE_CLASS: return mxSINGLE_CLASS;
-    case vxINT8_CLASS: return mxINT8_CLASS;
-    case vxUINT8_CLASS: return mxUINT8_CLASS;
-    case vxINT16_CLASS: return mxINT16_CLASS;
-    case vxUINT16_CLASS: return mxUINT16_CLASS;
-    case vxINT32_CLASS: return mxINT32_CLASS;
-    case vxUINT32_CLASS: return mxUINT32_CLASS;
-    case vxINT64_CLASS: return mxINT64_CLASS;
-    case vxUINT64_CLASS: return mxUINT64_CLASS;
-    default: return mxUNKNOWN_CLASS;
+    case vxDOUBLE_CLASS:
+      return mxDOUBLE_CLASS;
+    case vxSINGLE_CLASS:
+      return mxSINGLE_CLASS;
+    case vxINT8_CLASS:
+      return mxINT8_CLASS;
+    case vxUINT8_CLASS:
+      return mxUINT8_CLASS;
+    case vxINT16_CLASS:
+      return mxINT16_CLASS;
+    case vxUINT16_CLASS:
+      return mxUINT16_CLASS;
+    case vxINT32_CLASS:
+      return mxINT32_CLASS;
+    case vxUINT32_CLASS:
+      return mxUINT32_CLASS;
+    case vxINT64_CLASS:
+      return mxINT64_CLASS;
+    case vxUINT64_CLASS:
+      return mxUINT64_CLASS;
+    default:
+      return mxUNKNOWN_CLASS;
   }
 }
 
 vxClassID toVxClass(mxClassID id) {
   switch (id) {
-    case mxDOUBLE_CLASS: return vxDOUBLE_CLASS;
-    case mxSINGLE_CLASS: return vxSINGLE_CLASS;
-    case mxINT8_CLASS: return vxINT8_CLASS;
-    case mxUINT8_CLASS: return vxUINT8_CLASS;
-    case mxINT16_CLASS: return vxINT16_CLASS;
-    case mxUINT16_CLASS: return vxUINT16_CLASS;
-    case mxINT32_CLASS: return vxINT32_CLASS;
-    case mxUINT32_CLASS: return vxUINT32_CLASS;
-    case mxINT64_CLASS: return vxINT64_CLASS;
-    case mxUINT64_CLASS: return vxUINT64_CLASS;
-    default: return vxUNKNOWN_CLASS;
+    case mxDOUBLE_CLASS:
+      return vxDOUBLE_CLASS;
+    case mxSINGLE_CLASS:
+      return vxSINGLE_CLASS;
+    case mxINT8_CLASS:
+      return vxINT8_CLASS;
+    case mxUINT8_CLASS:
+      return vxUINT8_CLASS;
+    case mxINT16_CLASS:
+      return vxINT16_CLASS;
+    case mxUINT16_CLASS:
+      return vxUINT16_CLASS;
+    case mxINT32_CLASS:
+      return vxINT32_CLASS;
+    case mxUINT32_CLASS:
+      return vxUINT32_CLASS;
+    case mxINT64_CLASS:
+      return vxINT64_CLASS;
+    case mxUINT64_CLASS:
+      return vxUINT64_CLASS;
+    default:
+      return vxUNKNOWN_CLASS;
   }
 }
 
@@ -372,8 +394,8 @@ matrix::unique_array charToHost(const mxArray* value) {
   const char* bytes = static_cast<const char*>(mxGetChars(value));
   if (m <= 1) {
     const auto units = foundation::unicode::utf8_to_ustring(std::string_view(bytes, m * n));
-    return checked(vxCreateStringFromUTF16(reinterpret_cast<const vxChar*>(units.data()),
-                                           units.size()));
+    return checked(
+        vxCreateStringFromUTF16(reinterpret_cast<const vxChar*>(units.data()), units.size()));
   }
   // Rows of a char matrix, each decoded on its own and padded with blanks to the longest.
   std::vector<std::u16string> rows(m);
@@ -406,8 +428,10 @@ mxArray* toOctave(const vxArray* value, const ToOctaveOptions& options) {
   if (value == nullptr) return emptyDouble();
   const vxClassID id = vxGetClassID(value);
   switch (id) {
-    case vxLOGICAL_CLASS: return logicalToOctave(value);
-    case vxCHAR_CLASS: return charToOctave(value);
+    case vxLOGICAL_CLASS:
+      return logicalToOctave(value);
+    case vxCHAR_CLASS:
+      return charToOctave(value);
     case vxCELL_CLASS: {
       mxArray* out = mxCreateCellMatrix(vxGetM(value), vxGetN(value));
       const size_t count = vxGetNumberOfElements(value);
@@ -416,8 +440,10 @@ mxArray* toOctave(const vxArray* value, const ToOctaveOptions& options) {
       }
       return out;
     }
-    case vxSTRUCT_CLASS: return structLike(value, vxGetM(value), vxGetN(value), false, options);
-    case vxOBJECT_CLASS: return objectToOctave(value, options);
+    case vxSTRUCT_CLASS:
+      return structLike(value, vxGetM(value), vxGetN(value), false, options);
+    case vxOBJECT_CLASS:
+      return objectToOctave(value, options);
     default:
       if (toMxClass(id) != mxUNKNOWN_CLASS) return numericToOctave(value);
       fail("UnsupportedValue", "a host value of unknown class");
@@ -448,7 +474,8 @@ matrix::unique_array toHost(const mxArray* value) {
   }
   // The host array views Octave's data: the caller writes it out before Octave gets it back.
   void* data = mxGetData(value);
-  if (data == nullptr) return checked(vxCreateNumericMatrix(mxGetM(value), mxGetN(value), id, vxREAL));
+  if (data == nullptr)
+    return checked(vxCreateNumericMatrix(mxGetM(value), mxGetN(value), id, vxREAL));
   return checked(
       vxCreateNumericMatrixOver(mxGetM(value), mxGetN(value), id, data, keepOctaveData, nullptr));
 }

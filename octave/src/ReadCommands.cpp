@@ -8,6 +8,7 @@
 #include "Commands.hpp"
 #include "MexArguments.hpp"
 #include "OctaveValues.hpp"
+#include "RowFilter.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/info/ParquetInfo.hpp"
 #include "toolbox/vantro/io/parquet/core/info/RowGroupCount.hpp"
@@ -39,8 +40,8 @@ std::vector<double> allRowGroups(double total) {
 // The reader for the options RowGroups or ByteRange (at most one), else for every row group.
 RowGroupParquetReader openReader(const std::u16string& file, const mxArray* options) {
   // An empty RowGroups list is a list: no row groups.
-  const mxArray* listed = options && mxIsStruct(options) ? mxGetField(options, 0, "RowGroups")
-                                                          : nullptr;
+  const mxArray* listed =
+      options && mxIsStruct(options) ? mxGetField(options, 0, "RowGroups") : nullptr;
   const auto rowGroups = listed ? std::optional<const mxArray*>(listed) : std::nullopt;
   const auto byteRange = optionOf(options, "ByteRange");
   if (rowGroups && byteRange) invalid("RowGroups and ByteRange exclude each other");
@@ -55,9 +56,11 @@ RowGroupParquetReader openReader(const std::u16string& file, const mxArray* opti
 }
 
 // Selects the Variables option; a name the file lacks is refused with the file's names.
-void selectVariables(RowGroupParquetReader& reader, const mxArray* options) {
+// Returns the names selected, or nothing when every variable is.
+std::optional<std::vector<std::u16string>> selectVariables(RowGroupParquetReader& reader,
+                                                           const mxArray* options) {
   const auto variables = optionOf(options, "Variables");
-  if (!variables) return;
+  if (!variables) return std::nullopt;
   const std::vector<std::u16string> known = reader.getVariableNames();
   std::vector<std::u16string> names;
   for (const auto& name : textListOf(*variables, "Variables")) {
@@ -65,19 +68,21 @@ void selectVariables(RowGroupParquetReader& reader, const mxArray* options) {
     if (std::find(known.begin(), known.end(), names.back()) == known.end()) {
       std::string list;
       for (const auto& k : known) list += (list.empty() ? "" : ", ") + ustring_to_utf8(k);
-      throw TranslationError{"VANTRO:octave:UnknownVariable",
-                             "The file has no variable '" + name + "'. Its variables: " + list +
-                                 "."};
+      throw TranslationError{
+          "VANTRO:octave:UnknownVariable",
+          "The file has no variable '" + name + "'. Its variables: " + list + "."};
     }
   }
   reader.setSelectedVariableNames(names);
+  return names;
 }
 
 ToOctaveOptions translationOptions(const mxArray* options) {
   ToOctaveOptions translation;
   if (const auto dates = optionOf(options, "DatesAs")) {
     const std::string choice = textOf(*dates, "DatesAs");
-    if (choice != "ticks" && choice != "datenum") invalid("DatesAs must be \"ticks\" or \"datenum\"");
+    if (choice != "ticks" && choice != "datenum")
+      invalid("DatesAs must be \"ticks\" or \"datenum\"");
     translation.datesAsDatenum = choice == "datenum";
   }
   return translation;
@@ -92,11 +97,21 @@ const mxArray* optionsArgument(int count, const mxArray* args[], int position) {
 void infoCommand(int, mxArray* out[], int count, const mxArray* args[]) {
   requireArguments(count, 1, "info");
   const vantro::io::parquet::core::info::ParquetInfo info(fileNameOf(args[0]));
-  static const char* kFields[] = {
-      "Filename",          "FileSize",           "NumRowGroups",         "RowGroupHeights",
-      "RowGroupOffsets",   "VariableNames",      "VariableTypes",        "VariableCompression",
-      "VariableEncoding",  "Version",            "ParquetPhysicalTypes", "ParquetConvertedTypes",
-      "ParquetLogicalTypes", "ArrowTypes",       "TypeDescriptions"};
+  static const char* kFields[] = {"Filename",
+                                  "FileSize",
+                                  "NumRowGroups",
+                                  "RowGroupHeights",
+                                  "RowGroupOffsets",
+                                  "VariableNames",
+                                  "VariableTypes",
+                                  "VariableCompression",
+                                  "VariableEncoding",
+                                  "Version",
+                                  "ParquetPhysicalTypes",
+                                  "ParquetConvertedTypes",
+                                  "ParquetLogicalTypes",
+                                  "ArrowTypes",
+                                  "TypeDescriptions"};
   mxArray* result = mxCreateStructMatrix(1, 1, sizeof(kFields) / sizeof(kFields[0]), kFields);
   mxSetField(result, 0, "Filename", textOfUtf8(ustring_to_utf8(info.getFilename())));
   mxSetField(result, 0, "FileSize", mxCreateDoubleScalar(static_cast<double>(info.getFileSize())));
@@ -129,7 +144,17 @@ void readCommand(int nout, mxArray* out[], int count, const mxArray* args[]) {
   const mxArray* options = optionsArgument(count, args, 1);
   const ToOctaveOptions translation = translationOptions(options);
   RowGroupParquetReader reader = openReader(fileNameOf(args[0]), options);
-  selectVariables(reader, options);
+  const auto requested = selectVariables(reader, options);
+  const auto where = whereOf(options, reader);
+  if (where) {
+    selectForFilter(reader, requested, *where);
+    const std::vector<double> rowGroups =
+        keepPossibleRowGroups(reader, *where, reader.getRowGroups());
+    const matrix::unique_array table = reader.readRowGroups(rowGroups);
+    out[0] = toOctave(filterTable(table.get(), *where, requested).get(), translation);
+    if (nout > 1) out[1] = doubleColumnOf(rowGroups);
+    return;
+  }
   const bool whole = !(options && mxIsStruct(options) && mxGetField(options, 0, "RowGroups")) &&
                      !optionOf(options, "ByteRange");
   const matrix::unique_array table = whole ? reader.readFullFile() : reader.readall();
@@ -142,7 +167,9 @@ void rowGroupsCommand(int nout, mxArray* out[], int count, const mxArray* args[]
   const mxArray* options = optionsArgument(count, args, 1);
   RowGroupParquetReader reader = openReader(fileNameOf(args[0]), options);
   selectVariables(reader, options);
-  out[0] = doubleColumnOf(reader.getRowGroups());
+  const auto where = whereOf(options, reader);
+  out[0] = doubleColumnOf(where ? keepPossibleRowGroups(reader, *where, reader.getRowGroups())
+                                : reader.getRowGroups());
   if (nout > 1) out[1] = mxCreateDoubleScalar(reader.getTotalNumRowGroups());
 }
 
@@ -154,14 +181,17 @@ void nextCommand(int nout, mxArray* out[], int count, const mxArray* args[]) {
   const mxArray* options = args[1];
   const ToOctaveOptions translation = translationOptions(options);
   const auto rowGroups = optionOf(options, "RowGroups");
-  RowGroupParquetReader reader(fileNameOf(args[0]), rowGroups ? numbersOf(*rowGroups, "RowGroups")
-                                                              : std::vector<double>{});
-  selectVariables(reader, options);
+  RowGroupParquetReader reader(
+      fileNameOf(args[0]), rowGroups ? numbersOf(*rowGroups, "RowGroups") : std::vector<double>{});
+  const auto requested = selectVariables(reader, options);
+  const auto where = whereOf(options, reader);
+  if (where) selectForFilter(reader, requested, *where);
   const auto cursor = numbersOf(args[2], "the reader's position");
   if (cursor.size() != 1 || !(cursor[0] >= 0)) invalid("the reader's position is not valid");
   reader.setRowGroupIndex(static_cast<uint64_t>(cursor[0]));
   const matrix::unique_array table = reader.read();
-  out[0] = toOctave(table.get(), translation);
+  out[0] = toOctave(where ? filterTable(table.get(), *where, requested).get() : table.get(),
+                    translation);
   if (nout > 1) out[1] = mxCreateDoubleScalar(static_cast<double>(reader.getRowGroupIndex()));
 }
 

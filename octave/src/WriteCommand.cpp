@@ -101,9 +101,11 @@ void writeCommand(int, mxArray*[], int count, const mxArray* args[]) {
     // table the view refuses is left to the writer, which says what is wrong with it.
     auto view = vantro::io::arrow::core::to_arrow_table_view(table.get());
     if (view.ok() && (compression || encoding)) setLeafPaths(writer, *(*view)->schema());
-    if (view.ok() && heights) checkHeights(numbersOf(*heights, "RowGroupHeights"), (*view)->num_rows());
+    if (view.ok() && heights)
+      checkHeights(numbersOf(*heights, "RowGroupHeights"), (*view)->num_rows());
   }
-  if (compression) writer.setVariableCompression(perVariable(*compression, names.size(), "Compression"));
+  if (compression)
+    writer.setVariableCompression(perVariable(*compression, names.size(), "Compression"));
   if (encoding) writer.setVariableEncoding(perVariable(*encoding, names.size(), "Encoding"));
 
   if (heights) {
