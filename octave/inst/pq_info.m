@@ -69,6 +69,14 @@ endfunction
 %!   assert (numel (info.(f{1})), 2);
 %! endfor
 
+## Every function of the package documents itself with examples.
+%!test
+%! for f = {"pq_info", "pq_count", "pq_read", "pq_reader", "pq_stats", "pq_write"}
+%!   [text, format] = get_help_text (f{1});
+%!   assert (format, "texinfo");
+%!   assert (! isempty (strfind (text, "@example")), [f{1} " has no example"]);
+%! endfor
+
 %!error id=VANTRO:parquetio:read:InternalInvalidRead pq_info (fullfile (dir, "missing.parquet"))
 %!error id=VANTRO:parquetio:read:InternalInvalidRead pq_info (mfilename ("fullpath"))
 %!error <Invalid call> pq_info ()

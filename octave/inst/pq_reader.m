@@ -1,3 +1,5 @@
+classdef pq_reader < handle
+
 ## -*- texinfo -*-
 ## @deftypefn  {} {@var{r} =} pq_reader (@var{file})
 ## @deftypefnx {} {@var{r} =} pq_reader (@var{file}, @var{name}, @var{value}, @dots{})
@@ -57,7 +59,6 @@
 ## @seealso{pq_read, pq_info, pq_stats}
 ## @end deftypefn
 
-classdef pq_reader < handle
 
   properties (SetAccess = private)
     Filename = "";
