@@ -64,7 +64,9 @@ function [T, rowgroups] = pq_read (file, varargin)
   endif
   opts = pq_options ("pq_read", {"Variables", "RowGroups", "ByteRange", "Where", "DatesAs"},
                      varargin);
+  opts.TextAsSlices = true;
   [T, rowgroups] = __pq_mex__ ("read", file, opts);
+  T = pq_from_slices (T);
 endfunction
 
 %!shared dir, file, T0

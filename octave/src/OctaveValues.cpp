@@ -190,6 +190,48 @@ mxArray* stringObjectToOctave(const vxArray* value) {
   return cells;
 }
 
+// The text slices of a "string" object (see OctaveValues.hpp).
+mxArray* stringObjectToSlices(const vxArray* value) {
+  const vxArray* data = vxGetField(value, 0, host::kData);
+  const vxArray* offsets = vxGetField(value, 0, host::kOffsets);
+  const vxArray* missing = vxGetField(value, 0, host::kMissing);
+  const size_t rows = vxGetNumberOfElements(offsets) == 0 ? 0 : vxGetNumberOfElements(offsets) - 1;
+  const auto* bounds = static_cast<const uint64_t*>(vxGetData(offsets));
+  const vxChar* units = data ? vxGetChars(data) : nullptr;
+  const size_t unitCount = data ? vxGetNumberOfElements(data) : 0;
+  const vxLogical* isMissing =
+      missing && vxGetNumberOfElements(missing) == rows ? vxGetLogicals(missing) : nullptr;
+
+  std::string bytes;
+  bytes.reserve(unitCount);
+  mxArray* starts = mxCreateUninitNumericMatrix(rows, 1, mxDOUBLE_CLASS, mxREAL);
+  mxArray* ends = mxCreateUninitNumericMatrix(rows, 1, mxDOUBLE_CLASS, mxREAL);
+  mxArray* missingOut = mxCreateLogicalMatrix(rows, 1);
+  double* first = mxGetPr(starts);
+  double* last = mxGetPr(ends);
+  mxLogical* absent = mxGetLogicals(missingOut);
+  for (size_t r = 0; r < rows; ++r) {
+    first[r] = static_cast<double>(bytes.size()) + 1;
+    if (isMissing && isMissing[r]) {
+      absent[r] = 1;
+    } else {
+      if (bounds[r] > bounds[r + 1] || bounds[r + 1] > unitCount) {
+        fail("UnsupportedValue", "a string object whose offsets run past its data");
+      }
+      appendUtf8(units + bounds[r], bounds[r + 1] - bounds[r], bytes);
+    }
+    last[r] = static_cast<double>(bytes.size());
+  }
+  const char* names[] = {kTypeField, "Data", "Starts", "Ends", "Missing"};
+  mxArray* out = mxCreateStructMatrix(1, 1, 5, names);
+  mxSetFieldByNumber(out, 0, 0, charRow(kTextSlices));
+  mxSetFieldByNumber(out, 0, 1, charRow(bytes));
+  mxSetFieldByNumber(out, 0, 2, starts);
+  mxSetFieldByNumber(out, 0, 3, ends);
+  mxSetFieldByNumber(out, 0, 4, missingOut);
+  return out;
+}
+
 // Day numbers of datetime or duration ticks; NaN where missing.
 mxArray* ticksAsDays(const vxArray* value, bool isDatetime) {
   const vxArray* ticks = vxGetField(value, 0, host::kTicks);
@@ -238,9 +280,15 @@ mxArray* objectToOctave(const vxArray* value, const ToOctaveOptions& options) {
     std::vector<const char*> pointers;
     for (const auto& name : fieldNames) pointers.push_back(name.c_str());
     mxArray* out = mxCreateStructMatrix(1, 1, static_cast<int>(count), pointers.data());
+    // Slices for this table's own text columns only; nested values come as they are.
+    ToOctaveOptions nested = options;
+    nested.textAsSlices = false;
     for (size_t i = 0; i < count; ++i) {
+      const vxArray* column = columns ? vxGetCell(columns, i) : nullptr;
       mxSetFieldByNumber(out, 0, static_cast<int>(i),
-                         toOctave(columns ? vxGetCell(columns, i) : nullptr, options));
+                         options.textAsSlices && column && host::IsObject(column, host::kString)
+                             ? stringObjectToSlices(column)
+                             : toOctave(column, nested));
     }
     return out;
   }
@@ -346,6 +394,58 @@ matrix::unique_array cellToHost(const mxArray* value) {
   return cells;
 }
 
+// A string object from text slices with byte lengths (see OctaveValues.hpp).
+matrix::unique_array textSlicesToHost(const mxArray* value) {
+  const mxArray* data = mxGetField(value, 0, "Data");
+  const mxArray* lengths = mxGetField(value, 0, "Lengths");
+  const mxArray* missing = mxGetField(value, 0, "Missing");
+  if (data == nullptr || !mxIsChar(data) || lengths == nullptr || !mxIsDouble(lengths) ||
+      missing == nullptr || !mxIsLogical(missing) ||
+      mxGetNumberOfElements(missing) != mxGetNumberOfElements(lengths)) {
+    fail("InvalidArgument", "malformed text slices");
+  }
+  const size_t rows = mxGetNumberOfElements(lengths);
+  const auto* bytes = reinterpret_cast<const uint8_t*>(mxGetChars(data));
+  const size_t byteCount = mxGetNumberOfElements(data);
+  const double* length = mxGetPr(lengths);
+  const mxLogical* absent = mxGetLogicals(missing);
+
+  std::u16string units;
+  units.reserve(byteCount);
+  auto offsets = checked(vxCreateUninitNumericMatrix(rows + 1, 1, vxUINT64_CLASS, vxREAL));
+  auto missingOut = checked(vxCreateLogicalMatrix(rows, 1));
+  auto* bounds = static_cast<uint64_t*>(vxGetData(offsets.get()));
+  vxLogical* isMissing = vxGetLogicals(missingOut.get());
+  size_t position = 0;
+  bounds[0] = 0;
+  for (size_t r = 0; r < rows; ++r) {
+    isMissing[r] = absent[r] != 0;
+    const size_t end = position + static_cast<size_t>(length[r]);
+    if (!(length[r] >= 0) || end > byteCount) fail("InvalidArgument", "malformed text slices");
+    // Each row decodes on its own, so that a broken sequence never swallows the next row.
+    for (size_t i = position; i < end;) {
+      const char32_t c = foundation::unicode::decodeUtf8(bytes, end, i);
+      if (c < 0x10000) {
+        units.push_back(static_cast<char16_t>(c));
+      } else {
+        units.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
+        units.push_back(static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
+      }
+    }
+    position = end;
+    bounds[r + 1] = units.size();
+  }
+  auto text = checked(vxCreateUninitCharArray(1, units.size()));
+  if (!units.empty()) std::memcpy(vxGetChars(text.get()), units.data(), units.size() * 2);
+  std::vector<host::Field> fields;
+  fields.emplace_back(host::kData, std::move(text));
+  fields.emplace_back(host::kOffsets, std::move(offsets));
+  fields.emplace_back(host::kMissing, std::move(missingOut));
+  auto object = host::MakeObject(host::kString, std::move(fields));
+  if (!object.ok()) fail("OutOfMemory", object.status().ToString());
+  return std::move(object).ValueUnsafe();
+}
+
 // The object class a struct stands for, or empty for a table.
 std::string objectClassOf(const mxArray* value) {
   if (mxGetNumberOfFields(value) == 0 || std::strcmp(mxGetFieldNameByNumber(value, 0), kTypeField))
@@ -356,7 +456,7 @@ std::string objectClassOf(const mxArray* value) {
   for (const char* known : kObjectClasses) {
     if (className == known) return className;
   }
-  return {};
+  return className == kTextSlices ? className : std::string();
 }
 
 matrix::unique_array structToHost(const mxArray* value) {
@@ -365,6 +465,7 @@ matrix::unique_array structToHost(const mxArray* value) {
   }
   const int fieldCount = mxGetNumberOfFields(value);
   const std::string className = objectClassOf(value);
+  if (className == kTextSlices) return textSlicesToHost(value);
   if (!className.empty()) {
     std::vector<host::Field> fields;
     for (int f = 1; f < fieldCount; ++f) {

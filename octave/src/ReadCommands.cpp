@@ -85,6 +85,7 @@ ToOctaveOptions translationOptions(const mxArray* options) {
       invalid("DatesAs must be \"ticks\" or \"datenum\"");
     translation.datesAsDatenum = choice == "datenum";
   }
+  translation.textAsSlices = optionOf(options, "TextAsSlices").has_value();
   return translation;
 }
 
