@@ -149,6 +149,9 @@ endfunction
 %! assert (info.VariableCompression, {"zstd", "gzip"});
 %! assert (info.Version, "1.0");
 %! assert (info.RowGroupHeights, [3; 3; 4]);
+%! pq_write (f, T, "Encoding", {"plain", "dictionary"}, "Compression", "brotli");
+%! assert (pq_info (f).VariableCompression, {"brotli", "brotli"});
+%! assert (pq_read (f), T);
 %! pq_write (f, T, "MaxRowGroupLength", 4, "Compression", "uncompressed");
 %! info = pq_info (f);
 %! assert (info.RowGroupHeights, [4; 4; 2]);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/converter/HostValues.hpp"
+#include "host/services/Interrupts.hpp"
 #include "host/unicode/ustring.hpp"
 
 namespace vantro::octave {
@@ -289,6 +290,8 @@ mxArray* objectToOctave(const vxArray* value, const ToOctaveOptions& options) {
                          options.textAsSlices && column && host::IsObject(column, host::kString)
                              ? stringObjectToSlices(column)
                              : toOctave(column, nested));
+      // Ctrl-C also stops a long translation, between columns.
+      if (utIsSignalThread() != 0) utInterruptState::ThrowIfInterruptPending();
     }
     return out;
   }

@@ -10,6 +10,7 @@
 #include "MexArguments.hpp"
 #include "OctaveValues.hpp"
 #include "host/converter/Converter.hpp"
+#include "host/services/Interrupts.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/write/ParquetWriter.hpp"
 
@@ -108,6 +109,8 @@ void writeCommand(int, mxArray*[], int count, const mxArray* args[]) {
     writer.setVariableCompression(perVariable(*compression, names.size(), "Compression"));
   if (encoding) writer.setVariableEncoding(perVariable(*encoding, names.size(), "Encoding"));
 
+  // A Ctrl-C during the translation stops here, before anything is written.
+  utInterruptState::ThrowIfInterruptPending();
   if (heights) {
     const auto values = numbersOf(*heights, "RowGroupHeights");
     matrix::unique_array hostHeights(vxCreateDoubleMatrix(1, values.size(), vxREAL));
