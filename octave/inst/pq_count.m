@@ -28,8 +28,10 @@ function n = pq_count (files)
   endif
   if (ischar (files) && isrow (files))
     if (isfolder (files))
-      found = dir (fullfile (files, "*.parquet"));
-      files = sort (fullfile (files, {found(! [found.isdir]).name}));
+      folder = files;
+      found = dir (fullfile (folder, "*.parquet"));
+      names = sort ({found(! [found.isdir]).name});
+      files = cellfun (@(name) fullfile (folder, name), names, "UniformOutput", false);
     elseif (any (ismember (files, "*?[")))
       files = sort (glob (files))';
     else
@@ -56,6 +58,11 @@ endfunction
 ## A folder and a pattern are sorted by name.
 %!assert (pq_count (dir), [2; 3; 1])
 %!assert (pq_count (fullfile (dir, "[ab].parquet")), [2; 3])
+%!assert (pq_count (fullfile (dir, "none-*.parquet")), zeros (0, 1))
+%!test
+%! empty = fullfile (dir, "empty");
+%! mkdir (empty);
+%! assert (pq_count (empty), zeros (0, 1));
 %!test
 %! many = repmat (files, 1, 40);
 %! assert (pq_count (many), repmat ([3; 2; 1], 40, 1));

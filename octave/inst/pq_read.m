@@ -126,6 +126,11 @@ endfunction
 %!error id=VANTRO:filter:UnknownVariable pq_read (file, "Where", "y > 1")
 %!error id=VANTRO:filter:TypeMismatch pq_read (file, "Where", "s > 1")
 %!error id=VANTRO:octave:InvalidArgument pq_read (file, "Where", 3)
+## Nesting that would exhaust the stack is refused; ordinary nesting is read.
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "Where", [repmat("(", 1, 50000) "x > 0" repmat(")", 1, 50000)])
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "Where", [repmat("~", 1, 50000) "x > 0"])
+%!assert (pq_read (file, "Where", [repmat("(", 1, 200) "x != 1" repmat(")", 1, 200)]).x, (2:6)')
+%!assert (pq_read (file, "Where", "not not x ~= 2 and s <> 'c'").x, [1; 4; 5; 6])
 
 %!error id=VANTRO:octave:UnknownVariable pq_read (file, "Variables", {"x", "nope"})
 %!error id=VANTRO:octave:InvalidArgument pq_read (file, "RowGroups", 1, "ByteRange", [0 1])
