@@ -3,6 +3,7 @@
 #include "host/converter/Display.hpp"
 #include "host/services/Interrupts.hpp"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cctype>
@@ -134,6 +135,13 @@ std::vector<double> parseNumberList(const std::string& text, const std::string& 
 
 std::string jsonString(std::string_view text) {
   return vantro::io::arrow::core::display::JsonString(std::string(text));
+}
+
+size_t terminalWidth() {
+  winsize size{};
+  if (::isatty(STDOUT_FILENO) == 0) return 0;
+  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  return 80;
 }
 
 bool progressWanted() { return ::isatty(STDERR_FILENO) != 0; }

@@ -69,6 +69,9 @@ std::vector<double> parseNumberList(const std::string& text, const std::string& 
 // A JSON string literal for UTF-8 text.
 std::string jsonString(std::string_view text);
 
+// The columns of the terminal on standard output, or 0 (no limit) when it is not one.
+size_t terminalWidth();
+
 // True when standard error is a terminal (progress is shown only then).
 bool progressWanted();
 // "\r<label> i/n" on standard error while work goes on; finish() ends the line.

@@ -380,7 +380,9 @@ void printTables(std::vector<matrix::unique_array> tables, const ReadRequest& re
     const std::string listed = numberList(rangeRowGroups);
     std::printf("Row groups in range: %s\n", listed.empty() ? "none" : listed.c_str());
   }
-  std::printf("%s\n", display::DisplayValue(table.get()).c_str());
+  display::DisplayOptions options;
+  options.width = terminalWidth();
+  std::printf("%s\n", display::DisplayValue(table.get(), options).c_str());
 }
 
 // --each: one table per row group, read as the host does.
@@ -399,8 +401,10 @@ void printEachRowGroup(FileRead& read, const ReadRequest& request) {
       std::printf("%s{\"rowGroup\": %s, \"table\": %s}", first ? "" : ", ", number.c_str(),
                   display::ToJson(table.get()).c_str());
     } else if (request.format == Format::kTable) {
+      display::DisplayOptions options;
+      options.width = terminalWidth();
       std::printf("%sRow group %s:\n%s\n", first ? "" : "\n", number.c_str(),
-                  display::DisplayValue(table.get()).c_str());
+                  display::DisplayValue(table.get(), options).c_str());
     } else {
       sink.add(window(std::move(table), rows));
     }
