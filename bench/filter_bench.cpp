@@ -2,6 +2,7 @@
 // preview (the first 10 rows) against a full read. A generated file of --rows rows (10M by
 // default) sorted by "key", in 10 row groups, with a filter that selects about 1% of the rows.
 // Last line: filter_vs_full=<x> head_vs_full=<y> (targets: at most 0.2 and 0.05).
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -91,7 +92,7 @@ int main(int argc, char** argv) {
       [&] {
         RowGroupParquetReader reader(file, std::vector<double>{});
         auto table = reader.readRowGroups({1});
-        std::vector<size_t> first(10);
+        std::vector<size_t> first(std::min<size_t>(10, foundation::filter::rowCount(table.get())));
         for (size_t i = 0; i < first.size(); ++i) first[i] = i;
         (void)foundation::filter::takeRows(table.get(), first);
       },

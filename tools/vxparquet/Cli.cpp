@@ -147,17 +147,31 @@ size_t terminalWidth() {
 bool progressWanted() { return ::isatty(STDERR_FILENO) != 0; }
 
 Progress::Progress(std::string label, uint64_t total)
-    : mLabel(std::move(label)), mTotal(total), mEnabled(progressWanted()) {}
+    : mLabel(std::move(label)),
+      mTotal(total),
+      mEnabled(progressWanted()),
+      mStart(std::chrono::steady_clock::now()) {}
 
-void Progress::step(uint64_t done) {
+Progress::~Progress() { finish(); }
+
+void Progress::step(uint64_t done, uint64_t rows) {
   if (!mEnabled) return;
-  std::fprintf(stderr, "\r%s %llu/%llu", mLabel.c_str(), static_cast<unsigned long long>(done),
-               static_cast<unsigned long long>(mTotal));
+  const double elapsed =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - mStart).count();
+  if (elapsed < 0.5) return;
+  std::string line = "\r" + mLabel + " " + std::to_string(done) + "/" + std::to_string(mTotal);
+  if (rows > 0) line += ", " + std::to_string(rows) + " rows";
+  char seconds[32];
+  std::snprintf(seconds, sizeof seconds, ", %.1f s", elapsed);
+  line += seconds;
+  std::fputs(line.c_str(), stderr);
   std::fflush(stderr);
+  mShown = true;
 }
 
 void Progress::finish() {
-  if (mEnabled) std::fprintf(stderr, "\n");
+  if (mShown) std::fputs("\r\033[K", stderr);
+  mShown = false;
 }
 
 }  // namespace vxparquet

@@ -1,6 +1,7 @@
 #pragma once
 
 // Shared pieces of the vxparquet subcommands: argument parsing, output helpers, progress.
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -74,17 +75,21 @@ size_t terminalWidth();
 
 // True when standard error is a terminal (progress is shown only then).
 bool progressWanted();
-// "\r<label> i/n" on standard error while work goes on; finish() ends the line.
+// "\r<label> i/n, R rows, E s" on standard error while work goes on, once it has run for half
+// a second, and only when standard error is a terminal; finish() clears the line.
 class Progress {
  public:
   Progress(std::string label, uint64_t total);
-  void step(uint64_t done);
+  ~Progress();
+  void step(uint64_t done, uint64_t rows = 0);
   void finish();
 
  private:
   std::string mLabel;
   uint64_t mTotal;
   bool mEnabled;
+  bool mShown = false;
+  std::chrono::steady_clock::time_point mStart;
 };
 
 // Subcommands. Each returns the program's exit code and may throw host exceptions, which main

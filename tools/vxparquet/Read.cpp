@@ -449,10 +449,15 @@ int runRequest(const ReadRequest& request) {
       auto table = read->readRowGroups(needed);
       gathered.push_back(window(std::move(table), cut));
     } else if (sink.streams()) {
+      Progress groups("row groups", read->rowGroupsToRead().size());
+      uint64_t done = 0, printed = 0;
       for (double rowGroup : read->rowGroupsToRead()) {
         if (rows.full()) break;
         checkInterrupt();
-        sink.add(window(read->readRowGroup(rowGroup), rows));
+        auto piece = window(read->readRowGroup(rowGroup), rows);
+        printed += display::RowCount(piece.get());
+        sink.add(std::move(piece));
+        groups.step(++done, printed);
       }
     } else {
       checkInterrupt();
