@@ -170,6 +170,10 @@ TEST_F(ReadFilterCommand, SeveralFilesMakeOneTableOrAreRefused) {
   result = vxtest::runVxparquet("read '" + mDir.path() +
                                 "/*.parquet' --where 'k == 4' --vars k --format csv");
   EXPECT_EQ(result.out, "k\n4\n4\n");
+  // --with-file names each row's source.
+  result = vxtest::runVxparquet("read " + mPath + " " + second +
+                                " --where 'k == 4' --vars k --with-file --format csv");
+  EXPECT_EQ(result.out, "k,file\n4," + mPath + "\n4," + second + "\n");
 
   auto other = arrow::Table::Make(arrow::schema({arrow::field("k", arrow::utf8())}),
                                   {vxtest::arrayFromJSON(arrow::utf8(), R"(["x"])")});

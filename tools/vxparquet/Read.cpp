@@ -44,6 +44,7 @@ struct ReadRequest {
   Format format = Format::kTable;
   std::optional<uint64_t> limit;
   uint64_t offset = 0;
+  bool withFile = false;
 };
 
 Format parseFormat(const Arguments& args) {
@@ -74,12 +75,13 @@ ReadRequest parseRead(const std::vector<std::string>& words) {
   const Arguments args(
       words,
       {"--vars", "--row-groups", "--byte-range", "--where", "--limit", "--offset", "--format"},
-      {"--each", "--json", "--explain", "--recursive"});
+      {"--each", "--json", "--explain", "--recursive", "--with-file"});
   if (args.positional().empty()) throw UsageError{"read needs at least one FILE"};
   ReadRequest request;
   parseCommon(args, request);
   request.each = args.flag("--each");
   request.explain = args.flag("--explain");
+  request.withFile = args.flag("--with-file");
   if (auto list = args.value("--row-groups")) {
     request.rowGroups = parseNumberList(*list, "--row-groups");
     for (double number : *request.rowGroups) {
@@ -118,6 +120,44 @@ matrix::unique_array firstColumns(matrix::unique_array table, size_t count) {
     vxSetCell(columns, c, nullptr);  // ownership moves to `moved`
   }
   auto result = hostvalues::MakeTable(kept, std::move(moved));
+  if (!result.ok()) failWith("OutOfMemory", result.status().ToString());
+  return std::move(result).ValueUnsafe();
+}
+
+// The table with one more variable, "file", naming the source file on every row.
+matrix::unique_array withFileColumn(matrix::unique_array table, const std::string& file) {
+  const size_t rows = display::RowCount(table.get());
+  vxArray* columns = vxGetField(table.get(), 0, hostvalues::kColumns);
+  vxArray* names = vxGetField(table.get(), 0, hostvalues::kNames);
+  std::vector<std::string> allNames;
+  std::vector<matrix::unique_array> moved;
+  for (size_t c = 0; c < vxGetNumberOfElements(columns); ++c) {
+    allNames.push_back(hostvalues::TextOf(vxGetCell(names, c)));
+    if (allNames.back() == "file") {
+      failWith("FileVariableExists", "'" + file + "' has a variable 'file' already.");
+    }
+    moved.emplace_back(vxGetCell(columns, c));
+    vxSetCell(columns, c, nullptr);  // ownership moves to `moved`
+  }
+  const std::u16string units = utf8_to_ustring(file);
+  matrix::unique_array data(vxCreateUninitCharArray(1, units.size() * rows));
+  matrix::unique_array offsets(vxCreateUninitNumericMatrix(rows + 1, 1, vxUINT64_CLASS, vxREAL));
+  matrix::unique_array missing(vxCreateLogicalMatrix(rows, 1));
+  if (!data || !offsets || !missing) failWith("OutOfMemory", "No memory for the file names.");
+  auto* offset = static_cast<uint64_t*>(vxGetData(offsets.get()));
+  for (size_t r = 0; r <= rows; ++r) offset[r] = r * units.size();
+  for (size_t r = 0; r < rows; ++r) {
+    std::copy(units.begin(), units.end(), vxGetChars(data.get()) + r * units.size());
+  }
+  std::vector<hostvalues::Field> fields;
+  fields.emplace_back(hostvalues::kData, std::move(data));
+  fields.emplace_back(hostvalues::kOffsets, std::move(offsets));
+  fields.emplace_back(hostvalues::kMissing, std::move(missing));
+  auto column = hostvalues::MakeObject(hostvalues::kString, std::move(fields));
+  if (!column.ok()) failWith("OutOfMemory", column.status().ToString());
+  allNames.push_back("file");
+  moved.push_back(std::move(column).ValueUnsafe());
+  auto result = hostvalues::MakeTable(allNames, std::move(moved));
   if (!result.ok()) failWith("OutOfMemory", result.status().ToString());
   return std::move(result).ValueUnsafe();
 }
@@ -307,7 +347,8 @@ class FileRead {
 
   matrix::unique_array finish(matrix::unique_array table) {
     if (mFilter) table = mFilter->filterRows(table.get());
-    return firstColumns(std::move(table), mShown.size());
+    table = firstColumns(std::move(table), mShown.size());
+    return mRequest.withFile ? withFileColumn(std::move(table), mFile) : std::move(table);
   }
 
   const ReadRequest& mRequest;
