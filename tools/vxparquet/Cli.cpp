@@ -65,6 +65,23 @@ void failWith(const std::string& key, const std::string& message) {
   throw ProgramError{"vxparquet:" + currentCommand() + ":" + key, message};
 }
 
+namespace {
+std::string withoutRepeatedContext(const std::string& message) {
+  const size_t end = message.find(". ");
+  if (end == std::string::npos) return message;
+  const std::string first = message.substr(0, end + 2);
+  if (message.compare(end + 2, first.size(), first) == 0) {
+    return first + message.substr(end + 2 + first.size());
+  }
+  return message;
+}
+}  // namespace
+
+void reportError(const std::string& identifier, const std::string& message) {
+  std::fprintf(stderr, "vxparquet %s: error: %s: %s\n", currentCommand().c_str(),
+               identifier.c_str(), withoutRepeatedContext(message).c_str());
+}
+
 void checkInterrupt() { utInterruptState::ThrowIfInterruptPending(); }
 
 uint64_t parseCount(const std::string& text, const std::string& option, bool allowZero) {

@@ -50,6 +50,10 @@ const std::string& currentCommand();
 void setCurrentCommand(const std::string& command);
 [[noreturn]] void failWith(const std::string& key, const std::string& message);
 
+// "vxparquet <command>: error: <identifier>: <text>" on standard error, a context that the
+// text repeats ("Unable to read 'x'. Unable to read 'x'. ...") said once.
+void reportError(const std::string& identifier, const std::string& message);
+
 // Polls Ctrl-C between pieces of work (row groups, files); throws the host's interrupt.
 void checkInterrupt();
 

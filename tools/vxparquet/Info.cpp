@@ -14,7 +14,9 @@
 #include <parquet/types.h>
 
 #include "Cli.hpp"
+#include "Files.hpp"
 #include "host/converter/Display.hpp"
+#include "host/except/Exception.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/info/ParquetInfo.hpp"
@@ -343,19 +345,65 @@ void printText(const ParquetInfo& info, const std::vector<VariableSummary>& vari
 }  // namespace
 
 int runInfo(const std::vector<std::string>& words) {
-  const Arguments args(words, {}, {"--json", "--row-groups", "--schema"});
-  if (args.positional().size() != 1) throw UsageError{"info needs exactly one FILE"};
+  const Arguments args(words, {},
+                       {"--json", "--row-groups", "--schema", "--recursive", "--strict"});
+  if (args.positional().empty()) throw UsageError{"info needs at least one FILE"};
   const Extras extras{args.flag("--row-groups"), args.flag("--schema")};
+  const std::vector<std::string> files = expandInputs(args.positional(), args.flag("--recursive"));
+  const bool json = args.flag("--json");
+  const bool several = files.size() > 1;
 
-  const ParquetInfo info(utf8_to_ustring(args.positional()[0]));
-  const auto variables = summarizeVariables(info);
-  const FooterFacts footer = readFooter(args.positional()[0]);
-  if (args.flag("--json")) {
-    printJson(info, variables, footer, extras);
-  } else {
-    printText(info, variables, footer, extras);
+  // One file: its summary. Several: each file's, a failed one reported with its identifier
+  // (unless --strict), then the total.
+  int64_t rows = 0, rowGroups = 0, bytes = 0;
+  size_t failed = 0;
+  if (json && several) std::printf("{\"files\": [");
+  for (size_t i = 0; i < files.size(); ++i) {
+    checkInterrupt();
+    if (json && several && i > 0) std::printf(", ");
+    if (!json && several) std::printf("%s", i > 0 ? "\n" : "");
+    try {
+      const ParquetInfo info(utf8_to_ustring(files[i]));
+      const auto variables = summarizeVariables(info);
+      const FooterFacts footer = readFooter(files[i]);
+      rows += footer.rows;
+      rowGroups += info.getNumRowGroups();
+      bytes += static_cast<int64_t>(info.getFileSize());
+      if (json) {
+        printJson(info, variables, footer, extras);
+      } else {
+        printText(info, variables, footer, extras);
+      }
+    } catch (const foundation::core::except::InterruptException&) {
+      throw;
+    } catch (const foundation::core::except::IMsgIDException& e) {
+      if (!several || args.flag("--strict")) throw;
+      ++failed;
+      reportError(e.identifier(), e.message());
+      if (json) {
+        std::printf("{\"file\": %s, \"error\": {\"identifier\": %s, \"message\": %s}}",
+                    jsonString(files[i]).c_str(), jsonString(e.identifier()).c_str(),
+                    jsonString(e.message()).c_str());
+      } else {
+        std::printf("File:        %s\nError:       %s\n", files[i].c_str(), e.identifier().c_str());
+      }
+    }
   }
-  return 0;
+  if (several) {
+    if (json) {
+      std::printf(
+          "], \"total\": {\"files\": %zu, \"failed\": %zu, \"rows\": %lld, "
+          "\"rowGroups\": %lld, \"size\": %lld}}\n",
+          files.size(), failed, static_cast<long long>(rows), static_cast<long long>(rowGroups),
+          static_cast<long long>(bytes));
+    } else {
+      std::printf("\nTotal: %zu files%s, %lld rows, %lld row groups, %lld bytes\n", files.size(),
+                  failed ? (" (" + std::to_string(failed) + " failed)").c_str() : "",
+                  static_cast<long long>(rows), static_cast<long long>(rowGroups),
+                  static_cast<long long>(bytes));
+    }
+  }
+  return failed == 0 ? 0 : 1;
 }
 
 }  // namespace vxparquet

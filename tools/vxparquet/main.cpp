@@ -102,21 +102,8 @@ int dispatch(const std::string& command, const std::vector<std::string>& words) 
   throw vxparquet::UsageError{"unknown command '" + command + "'"};
 }
 
-// "Unable to read 'x'. Unable to read 'x'. ..." (a context the library adds twice) says it
-// once.
-std::string withoutRepeatedContext(const std::string& message) {
-  const size_t end = message.find(". ");
-  if (end == std::string::npos) return message;
-  const std::string first = message.substr(0, end + 2);
-  if (message.compare(end + 2, first.size(), first) == 0)
-    return first + message.substr(end + 2 + first.size());
-  return message;
-}
-
 void printError(const std::string& identifier, const std::string& message) {
-  // First line: who, what; further lines of the text follow as detail.
-  std::fprintf(stderr, "vxparquet %s: error: %s: %s\n", vxparquet::currentCommand().c_str(),
-               identifier.c_str(), withoutRepeatedContext(message).c_str());
+  vxparquet::reportError(identifier, message);
 }
 
 // The exit status once the command returned: an interrupted output (a write cut short by
