@@ -235,7 +235,7 @@ LeafPaths leafPathsOf(const ::arrow::Schema& schema, bool compliantNestedTypes) 
   std::shared_ptr<::parquet::SchemaDescriptor> descriptor;
   const auto status = ::parquet::arrow::ToParquetSchema(
       &schema, *::parquet::default_writer_properties(), *arrowProperties.build(), &descriptor);
-  if (!status.ok()) throw std::runtime_error("cannot map the schema: " + status.ToString());
+  if (!status.ok()) failWith("InvalidInput", "Unable to map the schema: " + status.message());
 
   LeafPaths leaves;
   leaves.offsets.assign(schema.num_fields() + 1, 0);
