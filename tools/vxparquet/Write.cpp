@@ -22,6 +22,8 @@
 
 #include "Cli.hpp"
 #include "host/converter/Converter.hpp"
+#include "host/converter/HostValues.hpp"
+#include "host/filter/Expression.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
@@ -284,6 +286,39 @@ Summary summarize(const std::string& path) {
   return {metadata->num_rows(), metadata->num_row_groups()};
 }
 
+// Cell columns decide their Arrow type from their elements, so a slice of one could come out
+// of another type than the whole column: such tables are written in one call.
+bool hasCellColumns(const vxArray* table) {
+  const vxArray* columns = vxGetField(table, 0, vantro::io::arrow::core::host::kColumns);
+  for (size_t c = 0; columns != nullptr && c < vxGetNumberOfElements(columns); ++c) {
+    const vxArray* column = vxGetCell(columns, c);
+    if (column == nullptr || vxGetClassID(column) == vxCELL_CLASS ||
+        vantro::io::arrow::core::host::IsTable(column)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// One write per row group, so that Ctrl-C is noticed between row groups and the unfinished
+// file is discarded by the writer rather than cut off.
+void writeInRowGroups(ParquetWriter& writer, const vxArray* table, int64_t maxLength) {
+  const size_t rows = foundation::filter::rowCount(table);
+  const auto length = static_cast<size_t>(maxLength);
+  if (rows <= length || hasCellColumns(table)) {
+    writer.write(table);
+    return;
+  }
+  std::vector<size_t> positions;
+  for (size_t start = 0; start < rows; start += length) {
+    checkInterrupt();
+    positions.resize(std::min(length, rows - start));
+    for (size_t i = 0; i < positions.size(); ++i) positions[i] = start + i;
+    const auto piece = foundation::filter::takeRows(table, positions);
+    writer.write(piece.get());
+  }
+}
+
 }  // namespace
 
 int runWrite(const std::vector<std::string>& words) {
@@ -376,7 +411,7 @@ int runWrite(const std::vector<std::string>& words) {
     std::copy(heights->begin(), heights->end(), vxGetPr(hostHeights.get()));
     writer.writeRowGroups(table.get(), hostHeights.get());
   } else {
-    writer.write(table.get());
+    writeInRowGroups(writer, table.get(), maxLength.value_or(kDefaultMaxRowGroupLength));
   }
   checkInterrupt();
   writer.close();
