@@ -170,6 +170,17 @@ TEST_F(ReadFilterCommand, SeveralFilesMakeOneTableOrAreRefused) {
   result = vxtest::runVxparquet("read '" + mDir.path() +
                                 "/*.parquet' --where 'k == 4' --vars k --format csv");
   EXPECT_EQ(result.out, "k\n4\n4\n");
+  // A file without row groups adds nothing; the same file twice counts twice.
+  const std::string empty = mDir.file("empty.parquet");
+  vxtest::writeParquetWithoutRowGroups(
+      empty, arrow::schema({arrow::field("k", arrow::int64()), arrow::field("v", arrow::int64()),
+                            arrow::field("s", arrow::utf8())}));
+  result = vxtest::runVxparquet("read " + second + " " + empty + " " + second +
+                                " --where 'k > 2' --vars k --format csv");
+  EXPECT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_EQ(result.out, "k\n3\n4\n3\n4\n");
+  result = vxtest::runVxparquet("read " + empty + " " + second + " --vars k --limit 3 --json");
+  EXPECT_EQ(column(vxtest::parseJson(result.out), "k"), (std::vector<int64_t>{0, 1, 2}));
   // --with-file names each row's source.
   result = vxtest::runVxparquet("read " + mPath + " " + second +
                                 " --where 'k == 4' --vars k --with-file --format csv");
