@@ -171,7 +171,7 @@ Progress::Progress(std::string label, uint64_t total)
 
 Progress::~Progress() { finish(); }
 
-void Progress::step(uint64_t done, uint64_t rows) {
+void Progress::step(uint64_t done, uint64_t rows, uint64_t bytes) {
   if (!mEnabled) return;
   const double elapsed =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - mStart).count();
@@ -179,6 +179,10 @@ void Progress::step(uint64_t done, uint64_t rows) {
   std::string line = "\r" + mLabel + " " + std::to_string(done) + "/" + std::to_string(mTotal);
   if (rows > 0) line += ", " + std::to_string(rows) + " rows";
   char seconds[32];
+  if (bytes > 0) {
+    std::snprintf(seconds, sizeof seconds, ", %.1f MB", static_cast<double>(bytes) / 1e6);
+    line += seconds;
+  }
   std::snprintf(seconds, sizeof seconds, ", %.1f s", elapsed);
   line += seconds;
   std::fputs(line.c_str(), stderr);

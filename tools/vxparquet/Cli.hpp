@@ -79,13 +79,13 @@ size_t terminalWidth();
 
 // True when standard error is a terminal (progress is shown only then).
 bool progressWanted();
-// "\r<label> i/n, R rows, E s" on standard error while work goes on, once it has run for half
+// "\r<label> i/n, R rows, B MB, E s" on standard error while work goes on, once it has run for half
 // a second, and only when standard error is a terminal; finish() clears the line.
 class Progress {
  public:
   Progress(std::string label, uint64_t total);
   ~Progress();
-  void step(uint64_t done, uint64_t rows = 0);
+  void step(uint64_t done, uint64_t rows = 0, uint64_t bytes = 0);
   void finish();
 
  private:

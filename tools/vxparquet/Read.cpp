@@ -201,14 +201,19 @@ class Sink {
     const size_t rows = display::RowCount(table.get());
     if (mFormat == Format::kJsonLines) {
       for (size_t r = 0; r < rows; ++r) {
-        std::printf("%s\n", display::JsonRowObject(table.get(), r).c_str());
+        const std::string line = display::JsonRowObject(table.get(), r);
+        std::printf("%s\n", line.c_str());
+        mBytes += line.size() + 1;
       }
       std::fflush(stdout);
     } else if (mFormat == Format::kCsv) {
       if (!mHeaderDone) std::printf("%s\n", display::CsvHeader(table.get()).c_str());
       mHeaderDone = true;
-      for (size_t r = 0; r < rows; ++r)
-        std::printf("%s\n", display::CsvRow(table.get(), r).c_str());
+      for (size_t r = 0; r < rows; ++r) {
+        const std::string line = display::CsvRow(table.get(), r);
+        std::printf("%s\n", line.c_str());
+        mBytes += line.size() + 1;
+      }
       std::fflush(stdout);
     } else {
       mTables.push_back(std::move(table));
@@ -216,11 +221,14 @@ class Sink {
   }
 
   bool streams() const { return mFormat == Format::kJsonLines || mFormat == Format::kCsv; }
+  // Bytes printed so far (streaming formats).
+  uint64_t bytes() const { return mBytes; }
   std::vector<matrix::unique_array> take() { return std::move(mTables); }
 
  private:
   Format mFormat;
   bool mHeaderDone = false;
+  uint64_t mBytes = 0;
   std::vector<matrix::unique_array> mTables;
 };
 
@@ -498,7 +506,7 @@ int runRequest(const ReadRequest& request) {
         auto piece = window(read->readRowGroup(rowGroup), rows);
         printed += display::RowCount(piece.get());
         sink.add(std::move(piece));
-        groups.step(++done, printed);
+        groups.step(++done, printed, sink.bytes());
       }
     } else {
       checkInterrupt();
