@@ -513,7 +513,7 @@ int runRequest(const ReadRequest& request) {
       gathered.push_back(read->readRowGroups(read->rowGroupsToRead()));
     }
     if (!first) first = std::move(read);
-    progress.step(f + 1);
+    if (request.files.size() > 1) progress.step(f + 1);
   }
   progress.finish();
   if (!request.each && !sink.streams()) {
