@@ -126,6 +126,13 @@ TEST_F(ReadFilterCommand, FilterVariablesNeedNotBeShownAndEveryFormatFilters) {
   EXPECT_EQ(result.out, "{\"k\":5}\n{\"k\":105}\n");
   result = run("--where 'k == 5' --vars k");
   EXPECT_THAT(result.out, HasSubstr("1x1 table"));
+  // A byte range still names all the row groups it covers, whatever the filter skips.
+  result = run("--where 'k == 5' --vars k --byte-range 0,100000000 --json");
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  const ptree ranged = vxtest::parseJson(result.out);
+  EXPECT_EQ(ranged.get_child("rowGroups").size(), 10u);
+  EXPECT_EQ(column(ranged.get_child("table"), "k"), std::vector<int64_t>{5});
+  EXPECT_EQ(run("--each --offset 3").exitCode, 2);
 }
 
 TEST_F(ReadFilterCommand, BadFiltersAreRefusedBeforeReading) {

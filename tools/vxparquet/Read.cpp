@@ -100,8 +100,9 @@ ReadRequest parseRead(const std::vector<std::string>& words) {
   if ((request.rowGroups || request.byteRange) && request.files.size() != 1) {
     throw UsageError{"--row-groups and --byte-range take exactly one FILE"};
   }
-  if (request.each && request.format == Format::kTable && request.limit) {
-    throw UsageError{"--limit does not apply to --each tables"};
+  const bool wholeTables = request.format == Format::kTable || request.format == Format::kJson;
+  if (request.each && wholeTables && (request.limit || request.offset > 0)) {
+    throw UsageError{"--limit and --offset apply to --each only with --format jsonl or csv"};
   }
   return request;
 }
@@ -246,6 +247,7 @@ class FileRead {
       mFilter->check(mNames, mTypes);
     }
     mRowGroups = request.rowGroups || request.byteRange ? mReader.getRowGroups() : allRowGroups();
+    mListed = mRowGroups;
     if (mFilter) skipByStatistics();
     std::vector<std::u16string> selection;
     for (const auto& name : mSelection) selection.push_back(utf8_to_ustring(name));
@@ -255,6 +257,8 @@ class FileRead {
   const std::vector<std::string>& names() const { return mNames; }
   const std::vector<std::string>& types() const { return mTypes; }
   const std::vector<double>& rowGroupsToRead() const { return mRowGroups; }
+  // The row groups asked for (a list, a byte range's, or all), before statistics skip any.
+  const std::vector<double>& listedRowGroups() const { return mListed; }
 
   // One row group, filtered, with only the variables asked for.
   matrix::unique_array readRowGroup(double rowGroup) {
@@ -369,6 +373,7 @@ class FileRead {
   std::vector<uint64_t> mHeights;
   std::optional<Expression> mFilter;
   std::vector<double> mRowGroups;
+  std::vector<double> mListed;
 };
 
 // The rows still to skip and to print over all files and row groups.
@@ -479,7 +484,7 @@ int runRequest(const ReadRequest& request) {
       printEachRowGroup(*read, request);
       continue;
     }
-    if (request.byteRange) rangeRowGroups = read->rowGroupsToRead();
+    if (request.byteRange) rangeRowGroups = read->listedRowGroups();
 
     Window before = rows;
     if (!sink.streams() && rows.left) {
