@@ -133,6 +133,8 @@ TEST_F(ReadFilterCommand, FilterVariablesNeedNotBeShownAndEveryFormatFilters) {
   EXPECT_EQ(ranged.get_child("rowGroups").size(), 10u);
   EXPECT_EQ(column(ranged.get_child("table"), "k"), std::vector<int64_t>{5});
   EXPECT_EQ(run("--each --offset 3").exitCode, 2);
+  EXPECT_EQ(run(mPath + " --each --json").exitCode, 2);
+  EXPECT_EQ(run(mPath + " --each --format csv --vars k --where 'k < 1'").out, "k\n0\n0\n");
 }
 
 TEST_F(ReadFilterCommand, BadFiltersAreRefusedBeforeReading) {

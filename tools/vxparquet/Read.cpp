@@ -101,6 +101,9 @@ ReadRequest parseRead(const std::vector<std::string>& words) {
     throw UsageError{"--row-groups and --byte-range take exactly one FILE"};
   }
   const bool wholeTables = request.format == Format::kTable || request.format == Format::kJson;
+  if (request.each && wholeTables && request.files.size() > 1) {
+    throw UsageError{"--each takes one FILE unless --format is jsonl or csv"};
+  }
   if (request.each && wholeTables && (request.limit || request.offset > 0)) {
     throw UsageError{"--limit and --offset apply to --each only with --format jsonl or csv"};
   }
@@ -440,9 +443,7 @@ void printTables(std::vector<matrix::unique_array> tables, const ReadRequest& re
 }
 
 // --each: one table per row group, read as the host does.
-void printEachRowGroup(FileRead& read, const ReadRequest& request) {
-  Sink sink(request.format);
-  Window rows{request.offset, request.limit};
+void printEachRowGroup(FileRead& read, const ReadRequest& request, Sink& sink, Window& rows) {
   const auto& rowGroups = read.rowGroupsToRead();
   Progress progress("row group", rowGroups.size());
   bool first = true;
@@ -481,7 +482,7 @@ int runRequest(const ReadRequest& request) {
     auto read = std::make_unique<FileRead>(request, request.files[f]);
     if (first) checkSameSchema(*first, *read, request.files[0], request.files[f]);
     if (request.each) {
-      printEachRowGroup(*read, request);
+      printEachRowGroup(*read, request, sink, rows);
       continue;
     }
     if (request.byteRange) rangeRowGroups = read->listedRowGroups();
