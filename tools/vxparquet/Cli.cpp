@@ -6,6 +6,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -113,6 +114,9 @@ std::vector<std::string> splitNames(const std::string& text, const std::string& 
     const size_t last = part.find_last_not_of(" \t");
     part = first == std::string::npos ? std::string() : part.substr(first, last - first + 1);
     if (part.empty()) throw UsageError{option + ": empty name in '" + text + "'"};
+    if (std::find(names.begin(), names.end(), part) != names.end()) {
+      throw UsageError{option + ": '" + part + "' is named twice"};
+    }
     names.push_back(part);
   }
   if (names.empty()) throw UsageError{option + " needs at least one name"};
