@@ -358,8 +358,10 @@ int runInfo(const std::vector<std::string>& words) {
   int64_t rows = 0, rowGroups = 0, bytes = 0;
   size_t failed = 0;
   if (json && several) std::printf("{\"files\": [");
+  Progress progress("file", files.size());
   for (size_t i = 0; i < files.size(); ++i) {
     checkInterrupt();
+    if (several) progress.step(i);
     if (json && several && i > 0) std::printf(", ");
     if (!json && several) std::printf("%s", i > 0 ? "\n" : "");
     try {

@@ -373,8 +373,10 @@ int runStats(const std::vector<std::string>& words) {
   // Several files: a JSON array of the documents, or each table under a "file:" line.
   const bool several = files.size() > 1;
   if (several && args.flag("--json")) std::printf("[");
+  Progress progress("file", files.size());
   for (size_t i = 0; i < files.size(); ++i) {
     checkInterrupt();
+    if (several) progress.step(i);
     if (several && args.flag("--json") && i > 0) std::printf(", ");
     if (several && !args.flag("--json")) {
       std::printf("%sfile: %s\n", i > 0 ? "\n" : "", files[i].c_str());
