@@ -165,7 +165,9 @@ size_t terminalWidth() {
   return 80;
 }
 
-bool progressWanted() { return ::isatty(STDERR_FILENO) != 0; }
+// Progress would tear the data's lines apart when both go to the same terminal: it is shown
+// only while the data goes elsewhere (a file, a pipe).
+bool progressWanted() { return ::isatty(STDERR_FILENO) != 0 && ::isatty(STDOUT_FILENO) == 0; }
 
 Progress::Progress(std::string label, uint64_t total)
     : mLabel(std::move(label)),

@@ -77,7 +77,8 @@ std::string jsonString(std::string_view text);
 // The columns of the terminal on standard output, or 0 (no limit) when it is not one.
 size_t terminalWidth();
 
-// True when standard error is a terminal (progress is shown only then).
+// True when standard error is a terminal and standard output is not (progress is shown only
+// then).
 bool progressWanted();
 // "\r<label> i/n, R rows, B MB, E s" on standard error while work goes on, once it has run for half
 // a second, and only when standard error is a terminal; finish() clears the line.
