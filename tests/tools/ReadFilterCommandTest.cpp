@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -235,6 +236,20 @@ TEST(ReadStreaming, JsonLinesMemoryStaysWithinOneRowGroup) {
   EXPECT_LT(largePeak - smallPeak, 20 * 1024) << smallPeak << " KiB vs " << largePeak << " KiB";
 }
 
+// True once the process catches SIGINT (its SigCgt mask in /proc has bit 2 set).
+bool waitForSigintHandler(pid_t pid) {
+  for (int attempt = 0; attempt < 500; ++attempt) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+      if (line.rfind("SigCgt:", 0) == 0 && (std::stoull(line.substr(7), nullptr, 16) & 2) != 0) {
+        return true;
+      }
+    }
+    ::usleep(10000);
+  }
+  return false;
+}
+
 TEST(ReadInterrupt, CtrlCStopsWithinASecondWith130) {
   vxtest::TempDir dir;
   const std::string fifo = dir.file("fifo.parquet");
@@ -269,7 +284,10 @@ TEST(ReadInterrupt, CtrlCStopsWithinASecondWith130) {
     pid_t pid = 0;
     ASSERT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
     posix_spawn_file_actions_destroy(&actions);
-    ::usleep(200000);
+    // Ctrl-C counts from the moment the program handles it; until then the default action
+    // would end it by the signal.
+    ASSERT_TRUE(waitForSigintHandler(pid));
+    ::usleep(100000);
     const auto sent = std::chrono::steady_clock::now();
     ::kill(pid, SIGINT);
     int status = 0;
