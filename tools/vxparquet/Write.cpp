@@ -371,6 +371,25 @@ int runWrite(const std::vector<std::string>& words) {
     }
   }
 
+  // Every option value is checked before the writer opens the output.
+  static const std::vector<std::string> kCompressions = {"uncompressed", "snappy", "gzip", "brotli",
+                                                         "lz4",          "lzo",    "zstd"};
+  static const std::vector<std::string> kEncodings = {"dictionary", "plain"};
+  std::optional<std::vector<std::string>> compressions;
+  if (args.value("--compression") || args.value("--compression-per-variable")) {
+    compressions = perVariable(schema.field_names(), args.value("--compression"),
+                               args.value("--compression-per-variable"), "snappy",
+                               "--compression-per-variable");
+    for (auto& value : *compressions) value = matchChoice(value, kCompressions, "--compression");
+  }
+  std::optional<std::vector<std::string>> encodings;
+  if (args.value("--encoding") || args.value("--encoding-per-variable")) {
+    encodings =
+        perVariable(schema.field_names(), args.value("--encoding"),
+                    args.value("--encoding-per-variable"), "dictionary", "--encoding-per-variable");
+    for (auto& value : *encodings) value = matchChoice(value, kEncodings, "--encoding");
+  }
+
   ParquetWriter writer(utf8_to_ustring(toStdout ? "/dev/stdout" : output));
   std::vector<std::u16string> names;
   for (const auto& name : schema.field_names()) names.push_back(utf8_to_ustring(name));
@@ -381,29 +400,12 @@ int runWrite(const std::vector<std::string>& words) {
   if (!heights) writer.setMaxRowGroupLength(maxLength.value_or(kDefaultMaxRowGroupLength));
 
   // Per-variable settings reach a variable's columns through its leaf paths.
-  const bool compression = args.value("--compression") || args.value("--compression-per-variable");
-  const bool encoding = args.value("--encoding") || args.value("--encoding-per-variable");
-  if (compression || encoding) {
+  if (compressions || encodings) {
     LeafPaths leaves = leafPathsOf(schema, writer.getUseCompliantNestedTypes());
     writer.setLeafColumnPaths(std::move(leaves.offsets), std::move(leaves.paths));
   }
-  static const std::vector<std::string> kCompressions = {"uncompressed", "snappy", "gzip", "brotli",
-                                                         "lz4",          "lzo",    "zstd"};
-  static const std::vector<std::string> kEncodings = {"dictionary", "plain"};
-  if (compression) {
-    auto values = perVariable(schema.field_names(), args.value("--compression"),
-                              args.value("--compression-per-variable"), "snappy",
-                              "--compression-per-variable");
-    for (auto& value : values) value = matchChoice(value, kCompressions, "--compression");
-    writer.setVariableCompression(values);
-  }
-  if (encoding) {
-    auto values =
-        perVariable(schema.field_names(), args.value("--encoding"),
-                    args.value("--encoding-per-variable"), "dictionary", "--encoding-per-variable");
-    for (auto& value : values) value = matchChoice(value, kEncodings, "--encoding");
-    writer.setVariableEncoding(values);
-  }
+  if (compressions) writer.setVariableCompression(*compressions);
+  if (encodings) writer.setVariableEncoding(*encodings);
 
   checkInterrupt();
   if (heights) {
