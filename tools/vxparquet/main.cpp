@@ -103,9 +103,7 @@ int dispatch(const std::string& command, const std::vector<std::string>& words) 
 }
 
 void printError(const std::string& identifier, const std::string& message) {
-  // First line: who, what; further lines of the text follow as detail.
-  std::fprintf(stderr, "vxparquet %s: error: %s: %s\n", vxparquet::currentCommand().c_str(),
-               identifier.c_str(), message.c_str());
+  vxparquet::reportError(identifier, message);
 }
 
 // The exit status once the command returned: an interrupted output (a write cut short by
