@@ -227,6 +227,9 @@ long peakMemoryKiB(const std::vector<std::string>& arguments) {
 }
 
 TEST(ReadStreaming, JsonLinesMemoryStaysWithinOneRowGroup) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "AddressSanitizer's quarantine holds freed memory, so peaks grow with input";
+#endif
   vxtest::TempDir dir;
   // 2 and 30 row groups of 50,000 rows: 30 groups hold about 45 MB of host values.
   const std::string small = writeKeyed(dir, "small.parquet", 100000, 50000);
@@ -255,13 +258,15 @@ TEST(ReadInterrupt, CtrlCStopsWithinASecondWith130) {
   const std::string fifo = dir.file("fifo.parquet");
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   const std::string big = writeKeyed(dir, "big.parquet", 200000, 100000);
-  // A FIFO nobody writes blocks the open; standard output into a pipe nobody reads blocks the
-  // output: either way only Ctrl-C ends the command.
+  // Parquet needs random access: a FIFO is refused at once, never waited on.
+  for (const std::string command : {"info", "read", "count", "stats"}) {
+    const auto result = vxtest::runVxparquet(command + " " + fifo);
+    EXPECT_EQ(result.exitCode, 1) << command;
+    EXPECT_NE(result.err.find("not a regular file"), std::string::npos) << result.err;
+  }
+  // A CSV FIFO nobody writes blocks the open; standard output into a pipe nobody reads blocks
+  // the output: either way only Ctrl-C ends the command.
   const std::vector<std::vector<std::string>> commands = {
-      {"info", fifo},
-      {"read", fifo},
-      {"count", fifo},
-      {"stats", fifo},
       {"write", dir.file("out.parquet"), "--from", fifo, "--from-format", "csv"},
       {"read", big, "--format", "jsonl"},
       {"read", big, "--json"},
