@@ -3,12 +3,14 @@
 #include <charconv>
 #include <cinttypes>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <sstream>
 #include <vector>
 
 #include "host/converter/HostValues.hpp"
+#include "host/unicode/ustring.hpp"
 
 namespace vantro::io::arrow::core::display {
 namespace {
@@ -244,11 +246,45 @@ size_t TableRows(const vxArray* table) {
              : 0;
 }
 
-// Columns a UTF-8 text takes on a terminal: one per code point (continuation bytes take none).
+// Columns one code point takes on a terminal: none for combining marks and joiners, two for
+// East Asian wide and full-width characters and emoji, one otherwise.
+size_t CodePointWidth(char32_t c) {
+  if ((c >= 0x0300 && c <= 0x036F) || c == 0x200B || c == 0x200C || c == 0x200D ||
+      (c >= 0xFE00 && c <= 0xFE0F)) {
+    return 0;
+  }
+  const bool wide = (c >= 0x1100 && c <= 0x115F) || (c >= 0x2E80 && c <= 0x303E) ||
+                    (c >= 0x3041 && c <= 0x33FF) || (c >= 0x3400 && c <= 0x4DBF) ||
+                    (c >= 0x4E00 && c <= 0x9FFF) || (c >= 0xA000 && c <= 0xA4CF) ||
+                    (c >= 0xAC00 && c <= 0xD7A3) || (c >= 0xF900 && c <= 0xFAFF) ||
+                    (c >= 0xFE30 && c <= 0xFE4F) || (c >= 0xFF00 && c <= 0xFF60) ||
+                    (c >= 0xFFE0 && c <= 0xFFE6) || (c >= 0x1F300 && c <= 0x1F64F) ||
+                    (c >= 0x1F900 && c <= 0x1F9FF) || (c >= 0x20000 && c <= 0x3FFFD);
+  return wide ? 2 : 1;
+}
+
 size_t DisplayWidth(const std::string& text) {
   size_t width = 0;
-  for (const unsigned char c : text) width += (c & 0xC0) != 0x80;
+  for (size_t i = 0; i < text.size();) {
+    width += CodePointWidth(foundation::unicode::decodeUtf8(
+        reinterpret_cast<const uint8_t*>(text.data()), text.size(), i));
+  }
   return width;
+}
+
+// At most `limit` columns of text, the rest replaced by "…".
+std::string Clip(const std::string& text, size_t limit) {
+  if (DisplayWidth(text) <= limit) return text;
+  size_t width = 0, i = 0;
+  while (i < text.size()) {
+    size_t next = i;
+    const size_t w = CodePointWidth(foundation::unicode::decodeUtf8(
+        reinterpret_cast<const uint8_t*>(text.data()), text.size(), next));
+    if (width + w > limit - 1) break;
+    width += w;
+    i = next;
+  }
+  return text.substr(0, i) + "\u2026";
 }
 
 std::vector<std::string> NamesOf(const vxArray* table) {
@@ -258,6 +294,35 @@ std::vector<std::string> NamesOf(const vxArray* table) {
     out.push_back(host::TextOf(vxGetCell(names, i)));
   }
   return out;
+}
+
+// The columns to show when the table is wider than the terminal: from both ends inwards, as
+// many as fit with an elision mark between; all of them when they fit or no width is set.
+std::vector<size_t> ColumnsThatFit(const std::vector<size_t>& widths, size_t labelWidth,
+                                   size_t limit) {
+  std::vector<size_t> all(widths.size());
+  for (size_t c = 0; c < widths.size(); ++c) all[c] = c;
+  size_t total = 3 + labelWidth;
+  for (size_t width : widths) total += 2 + width;
+  if (limit == 0 || total <= limit) return all;
+  size_t used = 3 + labelWidth + 3;  // the row numbers and the "…" column
+  std::vector<size_t> left, right;
+  size_t low = 0, high = widths.size();
+  while (low < high) {
+    const bool takeLeft = left.size() <= right.size();
+    const size_t c = takeLeft ? low : high - 1;
+    if (used + 2 + widths[c] > limit) break;
+    used += 2 + widths[c];
+    if (takeLeft) {
+      left.push_back(low++);
+    } else {
+      right.insert(right.begin(), --high);
+    }
+  }
+  if (left.empty()) left.push_back(0);  // always show something
+  left.push_back(SIZE_MAX);             // the elision mark
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
 }
 
 std::string DisplayTable(const vxArray* table, const DisplayOptions& options) {
@@ -273,27 +338,38 @@ std::string DisplayTable(const vxArray* table, const DisplayOptions& options) {
   std::vector<std::vector<std::string>> grid(names.size());
   for (size_t c = 0; c < names.size(); ++c) {
     const vxArray* column = vxGetCell(columns, c);
-    grid[c].push_back(names[c]);
+    grid[c].push_back(Clip(EscapeControl(names[c]), options.cellWidth));
     grid[c].push_back(HostTypeName(column));
-    for (size_t r : shown) grid[c].push_back(RowText(column, r));
+    for (size_t r : shown)
+      grid[c].push_back(Clip(EscapeControl(RowText(column, r)), options.cellWidth));
   }
   std::ostringstream out;
   out << rows << "x" << names.size() << " table\n";
   if (names.empty()) return out.str();
   std::vector<size_t> widths(grid.size(), 0);
+  std::vector<bool> numeric(grid.size(), false);
   for (size_t c = 0; c < grid.size(); ++c) {
     for (const auto& cell : grid[c]) widths[c] = std::max(widths[c], DisplayWidth(cell));
+    numeric[c] = IsNumericOrLogical(vxGetCell(columns, c));
   }
   // Row numbers sit in a column of their own, right-aligned, so that values line up with
   // their variable names.
   const size_t labelWidth = shown.empty() ? 1 : std::to_string(shown.back() + 1).size();
+  const std::vector<size_t> visible = ColumnsThatFit(widths, labelWidth, options.width);
   const auto printLine = [&](const std::string& label, size_t line) {
-    out << "   " << std::string(labelWidth - label.size(), ' ') << label;
-    for (size_t c = 0; c < grid.size(); ++c) {
-      const std::string& text = grid[c][line];
-      out << "  " << text << std::string(widths[c] - DisplayWidth(text), ' ');
+    std::string text = "   " + std::string(labelWidth - label.size(), ' ') + label;
+    for (size_t c : visible) {
+      if (c == SIZE_MAX) {
+        text += "  \u2026";
+        continue;
+      }
+      const std::string& cell = grid[c][line];
+      const std::string padding(widths[c] - DisplayWidth(cell), ' ');
+      // Numbers align on the right, under a right-aligned name.
+      text += "  " + (numeric[c] ? padding + cell : cell + padding);
     }
-    out << "\n";
+    text.erase(text.find_last_not_of(' ') + 1);
+    out << text << "\n";
   };
   printLine("", 0);
   printLine("", 1);
@@ -397,6 +473,26 @@ std::string JsonTable(const vxArray* table) {
 }
 
 }  // namespace
+
+std::string EscapeControl(const std::string& text) {
+  std::string out;
+  for (const unsigned char c : text) {
+    if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\t') {
+      out += "\\t";
+    } else if (c == '\r') {
+      out += "\\r";
+    } else if (c < 0x20 || c == 0x7f) {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\x%02x", c);
+      out += escaped;
+    } else {
+      out.push_back(static_cast<char>(c));
+    }
+  }
+  return out;
+}
 
 std::string JsonRowObject(const vxArray* table, size_t row) {
   const std::vector<std::string> names = NamesOf(table);

@@ -4,6 +4,9 @@
 //
 // DisplayValue: what a numeric environment prints. A table shows its size, each variable's
 // name and host type, then its first and last rows ("..." between when rows are left out).
+// Numbers are right-aligned, control characters escaped, wide characters count two columns,
+// long texts are clipped, and middle columns give way when the table is wider than
+// options.width.
 // Other values get one compact line. Datetimes print as ISO 8601 at their unit's precision,
 // as the UTC instant followed by the time zone name in brackets when one is recorded (the
 // host carries no time zone database).
@@ -27,6 +30,11 @@ namespace vantro::io::arrow::core::display {
 struct DisplayOptions {
   size_t headRows = 5;
   size_t tailRows = 5;
+  // Terminal columns a table may take: middle columns give way to "…" beyond it; 0 for no
+  // limit.
+  size_t width = 0;
+  // Longer cell texts end in "…".
+  size_t cellWidth = 40;
 };
 
 std::string DisplayValue(const vxArray* value, const DisplayOptions& options = {});
@@ -40,6 +48,9 @@ std::string CsvHeader(const vxArray* table);
 std::string CsvRow(const vxArray* table, size_t row);
 // The rows of a host table.
 size_t RowCount(const vxArray* table);
+
+// Control characters as escapes (\n, \t, \x1b, ...), so that a value cannot move the cursor.
+std::string EscapeControl(const std::string& text);
 
 // A JSON string literal for UTF-8 text, control characters escaped.
 std::string JsonString(const std::string& text);

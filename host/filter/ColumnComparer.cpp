@@ -69,11 +69,13 @@ long double elementAt(const void* data, vxClassID id, size_t row) {
   }
 }
 
-// The constant as the column's class reads it: a double column compares with the double
-// nearest to the text, a single column with the nearest single, integers exactly.
+// The constant as the column's class reads it: a whole number exactly (an int64 column read
+// as doubles still compares exactly with 9007199254740993), a fraction as the double (or
+// single) nearest to the text, as the column would have stored it.
 long double numberAs(const Constant& constant, vxClassID id) {
   if (constant.kind == Constant::Kind::kBoolean) return constant.boolean ? 1 : 0;
   const char* text = constant.text.c_str();
+  if (constant.text.find_first_of(".eE") == std::string::npos) return std::strtold(text, nullptr);
   if (id == vxDOUBLE_CLASS) return std::strtod(text, nullptr);
   if (id == vxSINGLE_CLASS) return std::strtof(text, nullptr);
   return std::strtold(text, nullptr);

@@ -29,6 +29,18 @@
 //   "VANTRO:filter:UnsupportedVariable" a variable of a type that cannot be filtered
 //   "VANTRO:filter:InvalidTable"        filterRows given something that is not a host table
 //                                       holding every variable of the filter
+//
+// Use (link the library `vxfilter`):
+//   auto filter = foundation::filter::Expression::parse(text);
+//   filter.check(variableNames, reader.getVariableTypes());        // before reading anything
+//   auto statistics = reader.getStatistics(indicesOf(filter.variables()));
+//   auto choices = filter.chooseRowGroups(statistics, filter.variables(),
+//                                         reader.getRowGroupHeights());
+//   ... read the row groups whose choice says read ...
+//   auto rows = filter.filterRows(table.get());
+// getStatistics refuses variables whose statistics cannot filter (lists, binary, dictionary
+// columns): ask for the others only, and pass their names; the rest then "may match".
+// An Expression is not meant to be shared between threads (check() records the types).
 #include <cstdint>
 #include <memory>
 #include <string>

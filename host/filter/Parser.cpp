@@ -358,6 +358,9 @@ class Parser {
   }
 
   Constant constant() {
+    if (!atConstant() && peek().kind == Token::Kind::kWord) {
+      fail("expected a constant: texts need quotes, as in '" + peek().text + "'");
+    }
     if (!atConstant()) fail("expected a constant (number, quoted text, true, false or a date)");
     Constant value;
     const Token& token = take();

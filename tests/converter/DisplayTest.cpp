@@ -1,4 +1,8 @@
 // Printed and JSON forms of host values.
+#include <sstream>
+#include <string>
+#include <vector>
+
 #include <arrow/api.h>
 #include <gtest/gtest.h>
 
@@ -30,6 +34,32 @@ TEST(Display, TableShowsNamesTypesAndRows) {
         "1969-12-31T23:59:59.999999999Z", "2023-11-14T22:13:20.123456789Z", "NaN", "1e+20"}) {
     EXPECT_NE(text.find(expected), std::string::npos) << expected << " in\n" << text;
   }
+}
+
+TEST(Display, WideTablesGiveWayInTheMiddleColumns) {
+  std::vector<std::shared_ptr<arrow::Field>> fields;
+  std::vector<std::shared_ptr<arrow::Array>> columns;
+  for (int c = 0; c < 12; ++c) {
+    fields.push_back(field("column_" + std::to_string(c), arrow::int64()));
+    columns.push_back(json(arrow::int64(), "[123456, 7]"));
+  }
+  auto host = toHost(arrow::Table::Make(arrow::schema(fields), columns));
+  display::DisplayOptions options;
+  options.width = 60;
+  const std::string text = display::DisplayValue(host.get(), options);
+  EXPECT_NE(text.find("2x12 table"), std::string::npos) << text;
+  EXPECT_NE(text.find("column_0"), std::string::npos) << text;
+  EXPECT_NE(text.find("column_11"), std::string::npos) << text;
+  EXPECT_EQ(text.find("column_6"), std::string::npos) << text;
+  EXPECT_NE(text.find("\u2026"), std::string::npos) << text;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    size_t width = 0;
+    for (unsigned char c : line) width += (c & 0xC0) != 0x80;
+    EXPECT_LE(width, 60u) << line;
+  }
+  // Without a width every column shows.
+  EXPECT_NE(display::DisplayValue(host.get()).find("column_6"), std::string::npos);
 }
 
 TEST(Display, LongTablesShowHeadAndTail) {

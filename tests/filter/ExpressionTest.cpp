@@ -127,6 +127,13 @@ TEST(FilterExpression, ExactIntegersAndSinglePrecision) {
   EXPECT_EQ(matchingRows("u == 18446744073709551615", table->get()), std::vector<size_t>{0});
   EXPECT_EQ(matchingRows("u > 9223372036854775807", table->get()), std::vector<size_t>{0});
   EXPECT_EQ(matchingRows("s == 0.1", table->get()), std::vector<size_t>{0});
+  // An int64 column with nulls reaches the host as doubles: whole constants stay exact.
+  auto widened = vantro::io::arrow::core::to_vantro(
+      arrow::Table::Make(arrow::schema({arrow::field("w", arrow::float64())}),
+                         {vxtest::arrayFromJSON(arrow::float64(), "[9007199254740992, null]")}));
+  ASSERT_TRUE(widened.ok());
+  EXPECT_EQ(matchingRows("w == 9007199254740993", widened->get()), std::vector<size_t>{});
+  EXPECT_EQ(matchingRows("w < 9007199254740993", widened->get()), std::vector<size_t>{0});
   EXPECT_EQ(matchingRows("s > 0.1", table->get()), std::vector<size_t>{1});
 }
 

@@ -130,7 +130,6 @@ TEST(InfoCommand, FailuresAndUsage) {
   EXPECT_THAT(missing.err, HasSubstr("VANTRO:parquetio:read:InternalInvalidRead"));
 
   EXPECT_EQ(vxtest::runVxparquet("info").exitCode, 2);
-  EXPECT_EQ(vxtest::runVxparquet("info a.parquet b.parquet").exitCode, 2);
   EXPECT_EQ(vxtest::runVxparquet("info --csv a.parquet").exitCode, 2);
 }
 
@@ -146,6 +145,23 @@ TEST(InfoCommand, EveryCorpusFileGivesValidJsonOrAnError) {
       EXPECT_THAT(result.err, HasSubstr("InternalInvalidRead"));
     }
   }
+}
+
+TEST(InfoCommand, SeveralFilesPerFileAndTotal) {
+  vxtest::TempDir dir;
+  const auto a = vxtest::writeSimpleFile(dir, "a.parquet", 20, 10);
+  vxtest::writeBytes(dir.file("bad.parquet"), "not parquet");
+  auto result = vxtest::runVxparquet("info " + a + " " + dir.file("bad.parquet") + " " + a);
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_THAT(result.out, HasSubstr("\nTotal: 3 files (1 failed), 40 rows, 4 row groups, "));
+  EXPECT_THAT(result.err,
+              HasSubstr("vxparquet info: error: VANTRO:parquetio:read:InternalInvalidRead: "));
+  result = vxtest::runVxparquet("info " + a + " " + a + " --json");
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  const ptree json = parseJson(result.out);
+  EXPECT_EQ(json.get_child("files").size(), 2u);
+  EXPECT_EQ(json.get<int>("total.rows"), 40);
+  EXPECT_EQ(vxtest::runVxparquet("info --strict " + a + " " + dir.file("bad.parquet")).exitCode, 1);
 }
 
 }  // namespace

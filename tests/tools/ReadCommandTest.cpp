@@ -149,7 +149,7 @@ TEST_F(ReadCommand, UsageMistakes) {
            "read " + mPath + " --row-groups 0", "read " + mPath + " --row-groups 2,-1",
            "read " + mPath + " --limit -3", "read " + mPath + " --format xml",
            "read " + mPath + " --explain", "read " + mPath + " " + mPath + " --row-groups 1",
-           "read " + mPath + " --vars ,"}) {
+           "read " + mPath + " --vars ,", "read " + mPath + " --vars id,x,id"}) {
     SCOPED_TRACE(arguments);
     const auto result = vxtest::runVxparquet(arguments);
     EXPECT_EQ(result.exitCode, 2);

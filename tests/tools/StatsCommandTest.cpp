@@ -139,7 +139,11 @@ TEST(StatsCommand, UsageErrorsExitWithTwo) {
   EXPECT_TRUE(contains(unknown.err, "vxparquet:stats:UnknownVariable: ")) << unknown.err;
   EXPECT_TRUE(contains(unknown.err, "'nope'. Its variables are: id, x, name.")) << unknown.err;
   EXPECT_EQ(vxtest::runVxparquet("stats").exitCode, 2);
-  EXPECT_EQ(vxtest::runVxparquet("stats " + file + " " + file).exitCode, 2);
+  // Several files: each table under its name.
+  const auto both = vxtest::runVxparquet("stats " + file + " " + file + " --vars id");
+  EXPECT_EQ(both.exitCode, 0) << both.err;
+  EXPECT_EQ(both.out, "file: " + file + "\n" + kHeader + "id\t1\t0\t-\t0\t1\n\nfile: " + file +
+                          "\n" + kHeader + "id\t1\t0\t-\t0\t1\n");
   EXPECT_EQ(vxtest::runVxparquet("stats " + file + " --vars").exitCode, 2);
 
   const auto missing = vxtest::runVxparquet("stats " + dir.file("nope.parquet"));

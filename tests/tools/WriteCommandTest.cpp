@@ -108,6 +108,12 @@ TEST_F(WriteCommand, OptionValuesInAnyCaseAndInvalidOnesListed) {
     EXPECT_NE(result.err.find("is not one of"), std::string::npos) << result.err;
     EXPECT_FALSE(vxtest::fileExists(fresh)) << option;
   }
+  // A previous file at the output path stays as it was.
+  const std::string before = vxtest::readBytes(out);
+  for (const std::string option : {"--compression zstdd", "--version 2.4"}) {
+    EXPECT_EQ(runVxparquet("write " + out + " --from " + csv + " " + option).exitCode, 2);
+    EXPECT_EQ(vxtest::readBytes(out), before) << option;
+  }
 }
 
 TEST_F(WriteCommand, InputFormatDecidedByContent) {

@@ -3,8 +3,10 @@
 #include "host/converter/Display.hpp"
 #include "host/services/Interrupts.hpp"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -64,6 +66,23 @@ void failWith(const std::string& key, const std::string& message) {
   throw ProgramError{"vxparquet:" + currentCommand() + ":" + key, message};
 }
 
+namespace {
+std::string withoutRepeatedContext(const std::string& message) {
+  const size_t end = message.find(". ");
+  if (end == std::string::npos) return message;
+  const std::string first = message.substr(0, end + 2);
+  if (message.compare(end + 2, first.size(), first) == 0) {
+    return first + message.substr(end + 2 + first.size());
+  }
+  return message;
+}
+}  // namespace
+
+void reportError(const std::string& identifier, const std::string& message) {
+  std::fprintf(stderr, "vxparquet %s: error: %s: %s\n", currentCommand().c_str(),
+               identifier.c_str(), withoutRepeatedContext(message).c_str());
+}
+
 void checkInterrupt() { utInterruptState::ThrowIfInterruptPending(); }
 
 uint64_t parseCount(const std::string& text, const std::string& option, bool allowZero) {
@@ -95,6 +114,9 @@ std::vector<std::string> splitNames(const std::string& text, const std::string& 
     const size_t last = part.find_last_not_of(" \t");
     part = first == std::string::npos ? std::string() : part.substr(first, last - first + 1);
     if (part.empty()) throw UsageError{option + ": empty name in '" + text + "'"};
+    if (std::find(names.begin(), names.end(), part) != names.end()) {
+      throw UsageError{option + ": '" + part + "' is named twice"};
+    }
     names.push_back(part);
   }
   if (names.empty()) throw UsageError{option + " needs at least one name"};
@@ -136,20 +158,47 @@ std::string jsonString(std::string_view text) {
   return vantro::io::arrow::core::display::JsonString(std::string(text));
 }
 
-bool progressWanted() { return ::isatty(STDERR_FILENO) != 0; }
+size_t terminalWidth() {
+  winsize size{};
+  if (::isatty(STDOUT_FILENO) == 0) return 0;
+  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  return 80;
+}
+
+// Progress would tear the data's lines apart when both go to the same terminal: it is shown
+// only while the data goes elsewhere (a file, a pipe).
+bool progressWanted() { return ::isatty(STDERR_FILENO) != 0 && ::isatty(STDOUT_FILENO) == 0; }
 
 Progress::Progress(std::string label, uint64_t total)
-    : mLabel(std::move(label)), mTotal(total), mEnabled(progressWanted()) {}
+    : mLabel(std::move(label)),
+      mTotal(total),
+      mEnabled(progressWanted()),
+      mStart(std::chrono::steady_clock::now()) {}
 
-void Progress::step(uint64_t done) {
+Progress::~Progress() { finish(); }
+
+void Progress::step(uint64_t done, uint64_t rows, uint64_t bytes) {
   if (!mEnabled) return;
-  std::fprintf(stderr, "\r%s %llu/%llu", mLabel.c_str(), static_cast<unsigned long long>(done),
-               static_cast<unsigned long long>(mTotal));
+  const double elapsed =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - mStart).count();
+  if (elapsed < 0.5) return;
+  std::string line = "\r" + mLabel + " " + std::to_string(done) + "/" + std::to_string(mTotal);
+  if (rows > 0) line += ", " + std::to_string(rows) + " rows";
+  char seconds[32];
+  if (bytes > 0) {
+    std::snprintf(seconds, sizeof seconds, ", %.1f MB", static_cast<double>(bytes) / 1e6);
+    line += seconds;
+  }
+  std::snprintf(seconds, sizeof seconds, ", %.1f s", elapsed);
+  line += seconds;
+  std::fputs(line.c_str(), stderr);
   std::fflush(stderr);
+  mShown = true;
 }
 
 void Progress::finish() {
-  if (mEnabled) std::fprintf(stderr, "\n");
+  if (mShown) std::fputs("\r\033[K", stderr);
+  mShown = false;
 }
 
 }  // namespace vxparquet

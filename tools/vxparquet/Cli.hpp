@@ -1,6 +1,7 @@
 #pragma once
 
 // Shared pieces of the vxparquet subcommands: argument parsing, output helpers, progress.
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -49,6 +50,10 @@ const std::string& currentCommand();
 void setCurrentCommand(const std::string& command);
 [[noreturn]] void failWith(const std::string& key, const std::string& message);
 
+// "vxparquet <command>: error: <identifier>: <text>" on standard error, a context that the
+// text repeats ("Unable to read 'x'. Unable to read 'x'. ...") said once.
+void reportError(const std::string& identifier, const std::string& message);
+
 // Polls Ctrl-C between pieces of work (row groups, files); throws the host's interrupt.
 void checkInterrupt();
 
@@ -69,19 +74,27 @@ std::vector<double> parseNumberList(const std::string& text, const std::string& 
 // A JSON string literal for UTF-8 text.
 std::string jsonString(std::string_view text);
 
-// True when standard error is a terminal (progress is shown only then).
+// The columns of the terminal on standard output, or 0 (no limit) when it is not one.
+size_t terminalWidth();
+
+// True when standard error is a terminal and standard output is not (progress is shown only
+// then).
 bool progressWanted();
-// "\r<label> i/n" on standard error while work goes on; finish() ends the line.
+// "\r<label> i/n, R rows, B MB, E s" on standard error while work goes on, once it has run for half
+// a second, and only when standard error is a terminal; finish() clears the line.
 class Progress {
  public:
   Progress(std::string label, uint64_t total);
-  void step(uint64_t done);
+  ~Progress();
+  void step(uint64_t done, uint64_t rows = 0, uint64_t bytes = 0);
   void finish();
 
  private:
   std::string mLabel;
   uint64_t mTotal;
   bool mEnabled;
+  bool mShown = false;
+  std::chrono::steady_clock::time_point mStart;
 };
 
 // Subcommands. Each returns the program's exit code and may throw host exceptions, which main

@@ -91,8 +91,7 @@ int runCount(const std::vector<std::string>& words) {
   for (const auto& count : counts) {
     if (count.error) {
       ++failed;
-      std::fprintf(stderr, "vxparquet count: error: %s: %s\n", count.error->identifier.c_str(),
-                   count.error->message.c_str());
+      reportError(count.error->identifier, count.error->message);
       continue;
     }
     totalGroups += count.rowGroups;

@@ -16,10 +16,12 @@ std::string commandHelp(const std::string& command) {
        "  --strict        stop at the first file that cannot be counted\n"
        "example: vxparquet count data/ 'logs/*.parquet' --json\n"},
       {"info",
-       "usage: vxparquet info FILE [options]\n"
+       "usage: vxparquet info FILE|FOLDER|GLOB... [options]\n"
        "  --json          the summary as one JSON document\n"
        "  --row-groups    per row group and column: sizes, compression and every encoding\n"
        "  --schema        the tree of nested variables\n"
+       "  --recursive     look for *.parquet files in subfolders of FOLDER too\n"
+       "  --strict        stop at the first file that cannot be read\n"
        "example: vxparquet info data.parquet --row-groups\n"},
       {"read",
        "usage: vxparquet read FILE|FOLDER|GLOB... [options]\n"
@@ -44,9 +46,10 @@ std::string commandHelp(const std::string& command) {
        "  --format F          table (default), json, jsonl or csv\n"
        "example: vxparquet head data.parquet -n 5 --format csv\n"},
       {"stats",
-       "usage: vxparquet stats FILE [options]\n"
+       "usage: vxparquet stats FILE|FOLDER|GLOB... [options]\n"
        "  --vars a,b      only these variables (default: every filterable one)\n"
-       "  --json          one JSON document\n"
+       "  --json          one JSON document (an array of them for several files)\n"
+       "  --recursive     look for *.parquet files in subfolders of FOLDER too\n"
        "example: vxparquet stats data.parquet --vars id,day\n"},
       {"write",
        "usage: vxparquet write OUT|- --from IN|- [options]\n"

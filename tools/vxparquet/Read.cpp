@@ -44,6 +44,7 @@ struct ReadRequest {
   Format format = Format::kTable;
   std::optional<uint64_t> limit;
   uint64_t offset = 0;
+  bool withFile = false;
 };
 
 Format parseFormat(const Arguments& args) {
@@ -74,12 +75,13 @@ ReadRequest parseRead(const std::vector<std::string>& words) {
   const Arguments args(
       words,
       {"--vars", "--row-groups", "--byte-range", "--where", "--limit", "--offset", "--format"},
-      {"--each", "--json", "--explain", "--recursive"});
+      {"--each", "--json", "--explain", "--recursive", "--with-file"});
   if (args.positional().empty()) throw UsageError{"read needs at least one FILE"};
   ReadRequest request;
   parseCommon(args, request);
   request.each = args.flag("--each");
   request.explain = args.flag("--explain");
+  request.withFile = args.flag("--with-file");
   if (auto list = args.value("--row-groups")) {
     request.rowGroups = parseNumberList(*list, "--row-groups");
     for (double number : *request.rowGroups) {
@@ -98,8 +100,12 @@ ReadRequest parseRead(const std::vector<std::string>& words) {
   if ((request.rowGroups || request.byteRange) && request.files.size() != 1) {
     throw UsageError{"--row-groups and --byte-range take exactly one FILE"};
   }
-  if (request.each && request.format == Format::kTable && request.limit) {
-    throw UsageError{"--limit does not apply to --each tables"};
+  const bool wholeTables = request.format == Format::kTable || request.format == Format::kJson;
+  if (request.each && wholeTables && request.files.size() > 1) {
+    throw UsageError{"--each takes one FILE unless --format is jsonl or csv"};
+  }
+  if (request.each && wholeTables && (request.limit || request.offset > 0)) {
+    throw UsageError{"--limit and --offset apply to --each only with --format jsonl or csv"};
   }
   return request;
 }
@@ -118,6 +124,44 @@ matrix::unique_array firstColumns(matrix::unique_array table, size_t count) {
     vxSetCell(columns, c, nullptr);  // ownership moves to `moved`
   }
   auto result = hostvalues::MakeTable(kept, std::move(moved));
+  if (!result.ok()) failWith("OutOfMemory", result.status().ToString());
+  return std::move(result).ValueUnsafe();
+}
+
+// The table with one more variable, "file", naming the source file on every row.
+matrix::unique_array withFileColumn(matrix::unique_array table, const std::string& file) {
+  const size_t rows = display::RowCount(table.get());
+  vxArray* columns = vxGetField(table.get(), 0, hostvalues::kColumns);
+  vxArray* names = vxGetField(table.get(), 0, hostvalues::kNames);
+  std::vector<std::string> allNames;
+  std::vector<matrix::unique_array> moved;
+  for (size_t c = 0; c < vxGetNumberOfElements(columns); ++c) {
+    allNames.push_back(hostvalues::TextOf(vxGetCell(names, c)));
+    if (allNames.back() == "file") {
+      failWith("FileVariableExists", "'" + file + "' has a variable 'file' already.");
+    }
+    moved.emplace_back(vxGetCell(columns, c));
+    vxSetCell(columns, c, nullptr);  // ownership moves to `moved`
+  }
+  const std::u16string units = utf8_to_ustring(file);
+  matrix::unique_array data(vxCreateUninitCharArray(1, units.size() * rows));
+  matrix::unique_array offsets(vxCreateUninitNumericMatrix(rows + 1, 1, vxUINT64_CLASS, vxREAL));
+  matrix::unique_array missing(vxCreateLogicalMatrix(rows, 1));
+  if (!data || !offsets || !missing) failWith("OutOfMemory", "No memory for the file names.");
+  auto* offset = static_cast<uint64_t*>(vxGetData(offsets.get()));
+  for (size_t r = 0; r <= rows; ++r) offset[r] = r * units.size();
+  for (size_t r = 0; r < rows; ++r) {
+    std::copy(units.begin(), units.end(), vxGetChars(data.get()) + r * units.size());
+  }
+  std::vector<hostvalues::Field> fields;
+  fields.emplace_back(hostvalues::kData, std::move(data));
+  fields.emplace_back(hostvalues::kOffsets, std::move(offsets));
+  fields.emplace_back(hostvalues::kMissing, std::move(missing));
+  auto column = hostvalues::MakeObject(hostvalues::kString, std::move(fields));
+  if (!column.ok()) failWith("OutOfMemory", column.status().ToString());
+  allNames.push_back("file");
+  moved.push_back(std::move(column).ValueUnsafe());
+  auto result = hostvalues::MakeTable(allNames, std::move(moved));
   if (!result.ok()) failWith("OutOfMemory", result.status().ToString());
   return std::move(result).ValueUnsafe();
 }
@@ -161,14 +205,19 @@ class Sink {
     const size_t rows = display::RowCount(table.get());
     if (mFormat == Format::kJsonLines) {
       for (size_t r = 0; r < rows; ++r) {
-        std::printf("%s\n", display::JsonRowObject(table.get(), r).c_str());
+        const std::string line = display::JsonRowObject(table.get(), r);
+        std::printf("%s\n", line.c_str());
+        mBytes += line.size() + 1;
       }
       std::fflush(stdout);
     } else if (mFormat == Format::kCsv) {
       if (!mHeaderDone) std::printf("%s\n", display::CsvHeader(table.get()).c_str());
       mHeaderDone = true;
-      for (size_t r = 0; r < rows; ++r)
-        std::printf("%s\n", display::CsvRow(table.get(), r).c_str());
+      for (size_t r = 0; r < rows; ++r) {
+        const std::string line = display::CsvRow(table.get(), r);
+        std::printf("%s\n", line.c_str());
+        mBytes += line.size() + 1;
+      }
       std::fflush(stdout);
     } else {
       mTables.push_back(std::move(table));
@@ -176,11 +225,14 @@ class Sink {
   }
 
   bool streams() const { return mFormat == Format::kJsonLines || mFormat == Format::kCsv; }
+  // Bytes printed so far (streaming formats).
+  uint64_t bytes() const { return mBytes; }
   std::vector<matrix::unique_array> take() { return std::move(mTables); }
 
  private:
   Format mFormat;
   bool mHeaderDone = false;
+  uint64_t mBytes = 0;
   std::vector<matrix::unique_array> mTables;
 };
 
@@ -198,6 +250,7 @@ class FileRead {
       mFilter->check(mNames, mTypes);
     }
     mRowGroups = request.rowGroups || request.byteRange ? mReader.getRowGroups() : allRowGroups();
+    mListed = mRowGroups;
     if (mFilter) skipByStatistics();
     std::vector<std::u16string> selection;
     for (const auto& name : mSelection) selection.push_back(utf8_to_ustring(name));
@@ -207,6 +260,8 @@ class FileRead {
   const std::vector<std::string>& names() const { return mNames; }
   const std::vector<std::string>& types() const { return mTypes; }
   const std::vector<double>& rowGroupsToRead() const { return mRowGroups; }
+  // The row groups asked for (a list, a byte range's, or all), before statistics skip any.
+  const std::vector<double>& listedRowGroups() const { return mListed; }
 
   // One row group, filtered, with only the variables asked for.
   matrix::unique_array readRowGroup(double rowGroup) {
@@ -307,7 +362,8 @@ class FileRead {
 
   matrix::unique_array finish(matrix::unique_array table) {
     if (mFilter) table = mFilter->filterRows(table.get());
-    return firstColumns(std::move(table), mShown.size());
+    table = firstColumns(std::move(table), mShown.size());
+    return mRequest.withFile ? withFileColumn(std::move(table), mFile) : std::move(table);
   }
 
   const ReadRequest& mRequest;
@@ -320,6 +376,7 @@ class FileRead {
   std::vector<uint64_t> mHeights;
   std::optional<Expression> mFilter;
   std::vector<double> mRowGroups;
+  std::vector<double> mListed;
 };
 
 // The rows still to skip and to print over all files and row groups.
@@ -380,13 +437,13 @@ void printTables(std::vector<matrix::unique_array> tables, const ReadRequest& re
     const std::string listed = numberList(rangeRowGroups);
     std::printf("Row groups in range: %s\n", listed.empty() ? "none" : listed.c_str());
   }
-  std::printf("%s\n", display::DisplayValue(table.get()).c_str());
+  display::DisplayOptions options;
+  options.width = terminalWidth();
+  std::printf("%s\n", display::DisplayValue(table.get(), options).c_str());
 }
 
 // --each: one table per row group, read as the host does.
-void printEachRowGroup(FileRead& read, const ReadRequest& request) {
-  Sink sink(request.format);
-  Window rows{request.offset, request.limit};
+void printEachRowGroup(FileRead& read, const ReadRequest& request, Sink& sink, Window& rows) {
   const auto& rowGroups = read.rowGroupsToRead();
   Progress progress("row group", rowGroups.size());
   bool first = true;
@@ -399,8 +456,10 @@ void printEachRowGroup(FileRead& read, const ReadRequest& request) {
       std::printf("%s{\"rowGroup\": %s, \"table\": %s}", first ? "" : ", ", number.c_str(),
                   display::ToJson(table.get()).c_str());
     } else if (request.format == Format::kTable) {
+      display::DisplayOptions options;
+      options.width = terminalWidth();
       std::printf("%sRow group %s:\n%s\n", first ? "" : "\n", number.c_str(),
-                  display::DisplayValue(table.get()).c_str());
+                  display::DisplayValue(table.get(), options).c_str());
     } else {
       sink.add(window(std::move(table), rows));
     }
@@ -423,10 +482,10 @@ int runRequest(const ReadRequest& request) {
     auto read = std::make_unique<FileRead>(request, request.files[f]);
     if (first) checkSameSchema(*first, *read, request.files[0], request.files[f]);
     if (request.each) {
-      printEachRowGroup(*read, request);
+      printEachRowGroup(*read, request, sink, rows);
       continue;
     }
-    if (request.byteRange) rangeRowGroups = read->rowGroupsToRead();
+    if (request.byteRange) rangeRowGroups = read->listedRowGroups();
 
     Window before = rows;
     if (!sink.streams() && rows.left) {
@@ -445,17 +504,22 @@ int runRequest(const ReadRequest& request) {
       auto table = read->readRowGroups(needed);
       gathered.push_back(window(std::move(table), cut));
     } else if (sink.streams()) {
+      Progress groups("row groups", read->rowGroupsToRead().size());
+      uint64_t done = 0, printed = 0;
       for (double rowGroup : read->rowGroupsToRead()) {
         if (rows.full()) break;
         checkInterrupt();
-        sink.add(window(read->readRowGroup(rowGroup), rows));
+        auto piece = window(read->readRowGroup(rowGroup), rows);
+        printed += display::RowCount(piece.get());
+        sink.add(std::move(piece));
+        groups.step(++done, printed, sink.bytes());
       }
     } else {
       checkInterrupt();
       gathered.push_back(read->readRowGroups(read->rowGroupsToRead()));
     }
     if (!first) first = std::move(read);
-    progress.step(f + 1);
+    if (request.files.size() > 1) progress.step(f + 1);
   }
   progress.finish();
   if (!request.each && !sink.streams()) {

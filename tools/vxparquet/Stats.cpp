@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Cli.hpp"
+#include "Files.hpp"
 #include "host/except/Exception.hpp"
 #include "host/matrix/Matrix.hpp"
 #include "host/unicode/ustring.hpp"
@@ -339,11 +340,9 @@ void printJson(const Statistics& stats, const std::string& file,
 
 }  // namespace
 
-int runStats(const std::vector<std::string>& words) {
-  const Arguments args(words, {"--vars"}, {"--json"});
-  if (args.positional().size() != 1) throw UsageError{"stats takes exactly one FILE"};
-  const std::string& file = args.positional()[0];
+namespace {
 
+void printStatsOf(const std::string& file, const Arguments& args) {
   namespace read = vantro::io::parquet::core::read;
   read::RowGroupParquetReader reader(utf8_to_ustring(file), std::vector<double>{});
   std::vector<std::string> fileNames;
@@ -363,6 +362,28 @@ int runStats(const std::vector<std::string>& words) {
   } else {
     printText(stats, names, numRowGroups, heights, unfilterable);
   }
+}
+
+}  // namespace
+
+int runStats(const std::vector<std::string>& words) {
+  const Arguments args(words, {"--vars"}, {"--json", "--recursive"});
+  if (args.positional().empty()) throw UsageError{"stats needs at least one FILE"};
+  const std::vector<std::string> files = expandInputs(args.positional(), args.flag("--recursive"));
+  // Several files: a JSON array of the documents, or each table under a "file:" line.
+  const bool several = files.size() > 1;
+  if (several && args.flag("--json")) std::printf("[");
+  Progress progress("file", files.size());
+  for (size_t i = 0; i < files.size(); ++i) {
+    checkInterrupt();
+    if (several) progress.step(i);
+    if (several && args.flag("--json") && i > 0) std::printf(", ");
+    if (several && !args.flag("--json")) {
+      std::printf("%sfile: %s\n", i > 0 ? "\n" : "", files[i].c_str());
+    }
+    printStatsOf(files[i], args);
+  }
+  if (several && args.flag("--json")) std::printf("]\n");
   return 0;
 }
 

@@ -22,6 +22,8 @@
 
 #include "Cli.hpp"
 #include "host/converter/Converter.hpp"
+#include "host/converter/HostValues.hpp"
+#include "host/filter/Expression.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
@@ -235,7 +237,7 @@ LeafPaths leafPathsOf(const ::arrow::Schema& schema, bool compliantNestedTypes) 
   std::shared_ptr<::parquet::SchemaDescriptor> descriptor;
   const auto status = ::parquet::arrow::ToParquetSchema(
       &schema, *::parquet::default_writer_properties(), *arrowProperties.build(), &descriptor);
-  if (!status.ok()) throw std::runtime_error("cannot map the schema: " + status.ToString());
+  if (!status.ok()) failWith("InvalidInput", "Unable to map the schema: " + status.message());
 
   LeafPaths leaves;
   leaves.offsets.assign(schema.num_fields() + 1, 0);
@@ -282,6 +284,39 @@ Summary summarize(const std::string& path) {
   auto file = common::makeReadableFilePtr(utf8_to_ustring(path));
   const auto metadata = ::parquet::ParquetFileReader::Open(file)->metadata();
   return {metadata->num_rows(), metadata->num_row_groups()};
+}
+
+// Cell columns decide their Arrow type from their elements, so a slice of one could come out
+// of another type than the whole column: such tables are written in one call.
+bool hasCellColumns(const vxArray* table) {
+  const vxArray* columns = vxGetField(table, 0, vantro::io::arrow::core::host::kColumns);
+  for (size_t c = 0; columns != nullptr && c < vxGetNumberOfElements(columns); ++c) {
+    const vxArray* column = vxGetCell(columns, c);
+    if (column == nullptr || vxGetClassID(column) == vxCELL_CLASS ||
+        vantro::io::arrow::core::host::IsTable(column)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// One write per row group, so that Ctrl-C is noticed between row groups and the unfinished
+// file is discarded by the writer rather than cut off.
+void writeInRowGroups(ParquetWriter& writer, const vxArray* table, int64_t maxLength) {
+  const size_t rows = foundation::filter::rowCount(table);
+  const auto length = static_cast<size_t>(maxLength);
+  if (rows <= length || hasCellColumns(table)) {
+    writer.write(table);
+    return;
+  }
+  std::vector<size_t> positions;
+  for (size_t start = 0; start < rows; start += length) {
+    checkInterrupt();
+    positions.resize(std::min(length, rows - start));
+    for (size_t i = 0; i < positions.size(); ++i) positions[i] = start + i;
+    const auto piece = foundation::filter::takeRows(table, positions);
+    writer.write(piece.get());
+  }
 }
 
 }  // namespace
@@ -336,6 +371,25 @@ int runWrite(const std::vector<std::string>& words) {
     }
   }
 
+  // Every option value is checked before the writer opens the output.
+  static const std::vector<std::string> kCompressions = {"uncompressed", "snappy", "gzip", "brotli",
+                                                         "lz4",          "lzo",    "zstd"};
+  static const std::vector<std::string> kEncodings = {"dictionary", "plain"};
+  std::optional<std::vector<std::string>> compressions;
+  if (args.value("--compression") || args.value("--compression-per-variable")) {
+    compressions = perVariable(schema.field_names(), args.value("--compression"),
+                               args.value("--compression-per-variable"), "snappy",
+                               "--compression-per-variable");
+    for (auto& value : *compressions) value = matchChoice(value, kCompressions, "--compression");
+  }
+  std::optional<std::vector<std::string>> encodings;
+  if (args.value("--encoding") || args.value("--encoding-per-variable")) {
+    encodings =
+        perVariable(schema.field_names(), args.value("--encoding"),
+                    args.value("--encoding-per-variable"), "dictionary", "--encoding-per-variable");
+    for (auto& value : *encodings) value = matchChoice(value, kEncodings, "--encoding");
+  }
+
   ParquetWriter writer(utf8_to_ustring(toStdout ? "/dev/stdout" : output));
   std::vector<std::u16string> names;
   for (const auto& name : schema.field_names()) names.push_back(utf8_to_ustring(name));
@@ -346,29 +400,12 @@ int runWrite(const std::vector<std::string>& words) {
   if (!heights) writer.setMaxRowGroupLength(maxLength.value_or(kDefaultMaxRowGroupLength));
 
   // Per-variable settings reach a variable's columns through its leaf paths.
-  const bool compression = args.value("--compression") || args.value("--compression-per-variable");
-  const bool encoding = args.value("--encoding") || args.value("--encoding-per-variable");
-  if (compression || encoding) {
+  if (compressions || encodings) {
     LeafPaths leaves = leafPathsOf(schema, writer.getUseCompliantNestedTypes());
     writer.setLeafColumnPaths(std::move(leaves.offsets), std::move(leaves.paths));
   }
-  static const std::vector<std::string> kCompressions = {"uncompressed", "snappy", "gzip", "brotli",
-                                                         "lz4",          "lzo",    "zstd"};
-  static const std::vector<std::string> kEncodings = {"dictionary", "plain"};
-  if (compression) {
-    auto values = perVariable(schema.field_names(), args.value("--compression"),
-                              args.value("--compression-per-variable"), "snappy",
-                              "--compression-per-variable");
-    for (auto& value : values) value = matchChoice(value, kCompressions, "--compression");
-    writer.setVariableCompression(values);
-  }
-  if (encoding) {
-    auto values =
-        perVariable(schema.field_names(), args.value("--encoding"),
-                    args.value("--encoding-per-variable"), "dictionary", "--encoding-per-variable");
-    for (auto& value : values) value = matchChoice(value, kEncodings, "--encoding");
-    writer.setVariableEncoding(values);
-  }
+  if (compressions) writer.setVariableCompression(*compressions);
+  if (encodings) writer.setVariableEncoding(*encodings);
 
   checkInterrupt();
   if (heights) {
@@ -376,7 +413,7 @@ int runWrite(const std::vector<std::string>& words) {
     std::copy(heights->begin(), heights->end(), vxGetPr(hostHeights.get()));
     writer.writeRowGroups(table.get(), hostHeights.get());
   } else {
-    writer.write(table.get());
+    writeInRowGroups(writer, table.get(), maxLength.value_or(kDefaultMaxRowGroupLength));
   }
   checkInterrupt();
   writer.close();

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <exception>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -62,17 +63,21 @@ void startInterruptWatch() {
   sigemptyset(&action.sa_mask);
   action.sa_flags = 0;  // no SA_RESTART: a blocked read returns, the command then stops
   sigaction(SIGINT, &action, nullptr);
-  std::thread([] {
-    while (!gInterrupted.load()) std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(800);
-    while (std::chrono::steady_clock::now() < deadline) {
+  try {
+    std::thread([] {
+      while (!gInterrupted.load()) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(800);
+      while (std::chrono::steady_clock::now() < deadline) {
+        if (gFinished.load()) return;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      }
       if (gFinished.load()) return;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    if (gFinished.load()) return;
-    printInterrupted();
-    std::_Exit(130);
-  }).detach();
+      printInterrupted();
+      std::_Exit(130);
+    }).detach();
+  } catch (const std::system_error&) {
+    // No thread to spare (a process limit): Ctrl-C is still noticed between row groups.
+  }
 }
 
 bool isHelp(const std::string& word) { return word == "--help" || word == "-h"; }
@@ -103,9 +108,7 @@ int dispatch(const std::string& command, const std::vector<std::string>& words) 
 }
 
 void printError(const std::string& identifier, const std::string& message) {
-  // First line: who, what; further lines of the text follow as detail.
-  std::fprintf(stderr, "vxparquet %s: error: %s: %s\n", vxparquet::currentCommand().c_str(),
-               identifier.c_str(), message.c_str());
+  vxparquet::reportError(identifier, message);
 }
 
 // The exit status once the command returned: an interrupted output (a write cut short by
