@@ -229,12 +229,20 @@ class Parser {
     return left;
   }
 
+  // Nesting deeper than any hand-written filter would exhaust the stack of the recursive
+  // descent (and of evaluation); such texts are refused like other syntax errors.
+  static constexpr int kMaxNesting = 1000;
+
   std::unique_ptr<Node> notExpression() {
+    if (isKeyword(peek(), "not") || isSymbol(peek(), {"!", "~"}) || isSymbol(peek(), {"("})) {
+      if (++mNesting > kMaxNesting) fail("nested more than 1000 deep");
+    }
     if (isKeyword(peek(), "not") || isSymbol(peek(), {"!", "~"})) {
       take();
       auto node = std::make_unique<Node>();
       node->kind = Node::Kind::kNot;
       node->children.push_back(notExpression());
+      --mNesting;
       return node;
     }
     if (isSymbol(peek(), {"("})) {
@@ -242,6 +250,7 @@ class Parser {
       auto inner = orExpression();
       if (!isSymbol(peek(), {")"})) fail("expected ')'");
       take();
+      --mNesting;
       return inner;
     }
     return predicate();
@@ -399,6 +408,7 @@ class Parser {
   std::string_view mText;
   std::vector<Token> mTokens;
   size_t mIndex = 0;
+  int mNesting = 0;  // open parentheses and negations around the current position
 };
 
 // Days from 1970-01-01 to the given civil date (proleptic Gregorian).

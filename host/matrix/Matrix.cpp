@@ -47,6 +47,7 @@ struct vxArray_tag {
   size_t dataBytes = 0;              // size of the pool block at data; 0 when not ours
   void (*release)(void*) = nullptr;  // for data owned elsewhere: called once on destroy
   void* releaseContext = nullptr;
+  bool borrowed = false;                // data owned elsewhere, with or without a release function
   std::vector<vxArray*> cells;          // cell elements, column-major
   std::vector<std::string> fieldNames;  // structures and objects
   std::vector<vxArray*> fieldValues;    // element-major: [element * nfields + field]
@@ -55,7 +56,7 @@ struct vxArray_tag {
   ~vxArray_tag() {
     if (release != nullptr) {
       release(releaseContext);
-    } else if (data != nullptr) {
+    } else if (data != nullptr && !borrowed) {
       dataPool()->Free(static_cast<uint8_t*>(data), static_cast<int64_t>(dataBytes));
     }
     for (vxArray* cell : cells) vxDestroyArray(cell);
@@ -190,6 +191,7 @@ vxArray* vxCreateNumericMatrixOver(size_t m, size_t n, vxClassID classid, void* 
     return nullptr;
   }
   array->data = data;
+  array->borrowed = true;
   array->release = release;
   array->releaseContext = context;
   return array;

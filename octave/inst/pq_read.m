@@ -127,8 +127,8 @@ endfunction
 %!error id=VANTRO:filter:TypeMismatch pq_read (file, "Where", "s > 1")
 %!error id=VANTRO:octave:InvalidArgument pq_read (file, "Where", 3)
 ## Nesting that would exhaust the stack is refused; ordinary nesting is read.
-%!error id=VANTRO:octave:InvalidArgument pq_read (file, "Where", [repmat("(", 1, 50000) "x > 0" repmat(")", 1, 50000)])
-%!error id=VANTRO:octave:InvalidArgument pq_read (file, "Where", [repmat("~", 1, 50000) "x > 0"])
+%!error id=VANTRO:filter:InvalidExpression pq_read (file, "Where", [repmat("(", 1, 50000) "x > 0" repmat(")", 1, 50000)])
+%!error id=VANTRO:filter:InvalidExpression pq_read (file, "Where", [repmat("~", 1, 50000) "x > 0"])
 %!assert (pq_read (file, "Where", [repmat("(", 1, 200) "x != 1" repmat(")", 1, 200)]).x, (2:6)')
 %!assert (pq_read (file, "Where", "not not x ~= 2 and s <> 'c'").x, [1; 4; 5; 6])
 

@@ -239,6 +239,12 @@ TEST(HostArrayOver, ReleasesItsOwnerOnceAndOnlyOnDestroy) {
   EXPECT_EQ(vxGetPr(adopted.get())[3], 1.0);
   adopted.reset();
   EXPECT_TRUE(watch.expired());
+
+  // Without a release function the data stays the caller's: destroying never frees it.
+  vxArray* plain = vxCreateNumericMatrixOver(3, 1, vxINT32_CLASS, values.data(), nullptr, nullptr);
+  ASSERT_NE(plain, nullptr);
+  vxDestroyArray(plain);
+  EXPECT_EQ(values[2], 3);
 }
 
 // ---- host to Arrow, borrowing --------------------------------------------------------

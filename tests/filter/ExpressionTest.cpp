@@ -138,32 +138,17 @@ TEST(FilterExpression, ExactIntegersAndSinglePrecision) {
 }
 
 TEST(FilterExpression, SyntaxErrorsAreRefused) {
-  const std::vector<std::string> texts = {"",
-                                          "a ==",
-                                          "a == 1 and",
-                                          "(a == 1",
-                                          "a == 1)",
-                                          "a in ()",
-                                          "a in (1, 2",
-                                          "a between 1",
-                                          "a between 1 or 2",
-                                          "a is nul",
-                                          "a not 3",
-                                          "'unterminated",
-                                          "a == 'unterminated",
-                                          "a == 1 b",
-                                          "a @ 1",
-                                          "a == 2024-13-01",
-                                          "a == 2024-02-30",
-                                          "a == 1e",
-                                          "a == 12abc",
-                                          "a == b",
-                                          "== 1",
-                                          "and a == 1"};
+  const std::vector<std::string> texts = {
+      "", "a ==", "a == 1 and", "(a == 1", "a == 1)", "a in ()", "a in (1, 2", "a between 1",
+      "a between 1 or 2", "a is nul", "a not 3", "'unterminated", "a == 'unterminated", "a == 1 b",
+      "a @ 1", "a == 2024-13-01", "a == 2024-02-30", "a == 1e", "a == 12abc", "a == b", "== 1",
+      "and a == 1",
+      // Nesting that would exhaust the parser's stack.
+      std::string(100000, '(') + "a == 1", std::string(100000, '~') + "a == 1"};
   for (const auto& text : texts) {
     const auto arguments = vxtest::expectHostError([&] { Expression::parse(text); },
                                                    "VANTRO:filter:InvalidExpression");
-    ASSERT_TRUE(arguments) << text;
+    ASSERT_TRUE(arguments) << text.substr(0, 40);
     EXPECT_EQ(std::get<std::string>((*arguments)[0]), text);
   }
 }
