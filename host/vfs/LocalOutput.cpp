@@ -7,7 +7,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 #include <random>
+#include <set>
 
 #include "host/except/Exception.hpp"
 #include "host/vfs/OutputFileBuf.hpp"
@@ -73,13 +75,32 @@ void syncPath(const std::string& path, int flags) {
   ::close(fd);
 }
 
+// The temporary files of the outputs being written, for discardUnfinishedOutputs.
+struct UnfinishedOutputs {
+  std::mutex lock;
+  std::set<std::string> paths;
+};
+
+UnfinishedOutputs& unfinishedOutputs() {
+  static UnfinishedOutputs outputs;
+  return outputs;
+}
+
+void forgetUnfinished(const std::string& path) {
+  std::lock_guard<std::mutex> guard(unfinishedOutputs().lock);
+  unfinishedOutputs().paths.erase(path);
+}
+
 class StagedLocalFile : public PendingOutput {
  public:
   StagedLocalFile(std::string staging, std::string target, std::u16string displayName)
       : mStaging(std::move(staging)),
         mTarget(std::move(target)),
-        mDisplayName(std::move(displayName)) {}
-  ~StagedLocalFile() override = default;
+        mDisplayName(std::move(displayName)) {
+    std::lock_guard<std::mutex> guard(unfinishedOutputs().lock);
+    unfinishedOutputs().paths.insert(mStaging);
+  }
+  ~StagedLocalFile() override { forgetUnfinished(mStaging); }
 
   void commit() override {
     if (mDone) return;
@@ -89,12 +110,14 @@ class StagedLocalFile : public PendingOutput {
           except::kVfsComponent, "OpenFailed", {mDisplayName, std::string(std::strerror(errno))});
     }
     mDone = true;
+    forgetUnfinished(mStaging);
     syncPath(folderOf(mTarget), O_RDONLY | O_DIRECTORY);
   }
 
   void discard() noexcept override {
     if (mDone) return;
     ::unlink(mStaging.c_str());
+    forgetUnfinished(mStaging);
     mDone = true;
   }
 
@@ -128,6 +151,12 @@ int createStagingFile(const std::string& prefix, const struct stat* existing,
 }
 
 }  // namespace
+
+void discardUnfinishedOutputs() noexcept {
+  std::lock_guard<std::mutex> guard(unfinishedOutputs().lock);
+  for (const auto& path : unfinishedOutputs().paths) ::unlink(path.c_str());
+  unfinishedOutputs().paths.clear();
+}
 
 std::string stagingPrefixFor(const std::string& target) {
   const std::string folder = folderOf(target);

@@ -14,6 +14,11 @@ StreamProvider::Opened openLocalOutput(const std::u16string& displayName, const 
 
 // The temporary name an output for target is written under, before its random suffix.
 std::string stagingPrefixFor(const std::string& target);
+// Removes the temporary files of every output still being written in this process. For a
+// program about to end abruptly (an interrupt that the write did not notice in time); the
+// targets are left as they were.
+void discardUnfinishedOutputs() noexcept;
+
 // True for a file name (no folder) of the kind given to temporary outputs: the leftover of a
 // killed writer, never a finished file.
 bool isStagingName(const std::string& fileName);

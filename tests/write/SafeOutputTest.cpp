@@ -119,6 +119,18 @@ TEST_F(SafeOutput, AWriteLeftByAnExceptionIsDiscardedAndANormalEndFinishesTheFil
   EXPECT_EQ(vxtest::write::readBack(old)->num_rows(), 1);
 }
 
+TEST_F(SafeOutput, AProgramEndingAbruptlyDiscardsItsUnfinishedOutputs) {
+  const auto good = hostTable(timestamps("[5000]"));
+  ParquetWriter writer(u16(old));
+  writer.setVariableNames({u"t"});
+  writer.write(good.get());
+  ASSERT_EQ(folderEntries(dir.path()).size(), 2u);  // the old file and the one being written
+  virtualiostream::discardUnfinishedOutputs();
+  expectUntouched();
+  EXPECT_THROW(writer.close(), std::exception);  // nothing left to move into place
+  expectUntouched();
+}
+
 TEST_F(SafeOutput, CloseAfterAFailedWriteSaysTheFileWasNotFinished) {
   const auto good = hostTable(timestamps("[5000]"));
   const auto lossy = hostTable(timestamps("[5001]"));

@@ -17,6 +17,7 @@
 #include "Cli.hpp"
 #include "host/except/Exception.hpp"
 #include "host/services/Interrupts.hpp"
+#include "host/vfs/LocalOutput.hpp"
 
 namespace {
 
@@ -72,6 +73,8 @@ void startInterruptWatch() {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
       }
       if (gFinished.load()) return;
+      // The write in progress never reaches its next check: its temporary file goes here.
+      virtualiostream::discardUnfinishedOutputs();
       printInterrupted();
       std::_Exit(130);
     }).detach();
