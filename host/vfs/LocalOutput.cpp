@@ -20,19 +20,6 @@ namespace {
 namespace except = foundation::core::except;
 constexpr char kStagingMarker[] = ".partial-";
 
-[[noreturn]] void throwOpenError(const std::u16string& name, int error) {
-  if (error == ENOENT || error == ENOTDIR) {
-    throw except::Exception<except::host::FileNotFound>(except::kVfsComponent, "FileNotFound",
-                                                        {name});
-  }
-  if (error == EISDIR) {
-    throw except::Exception<except::host::IsDirectory>(except::kVfsComponent, "IsDirectory",
-                                                       {name});
-  }
-  throw except::Exception<except::host::OpenFailed>(except::kVfsComponent, "OpenFailed",
-                                                    {name, std::string(std::strerror(error))});
-}
-
 std::string folderOf(const std::string& path) {
   const size_t slash = path.rfind('/');
   if (slash == std::string::npos) return ".";

@@ -39,7 +39,9 @@ Registry& registry() {
   return instance;
 }
 
-[[noreturn]] void throwOpenFailed(const std::u16string& name, int error) {
+}  // namespace
+
+void throwOpenError(const std::u16string& name, int error) {
   if (error == ENOENT || error == ENOTDIR) {
     throw except::Exception<except::host::FileNotFound>(except::kVfsComponent, "FileNotFound",
                                                         {name});
@@ -51,6 +53,8 @@ Registry& registry() {
   throw except::Exception<except::host::OpenFailed>(except::kVfsComponent, "OpenFailed",
                                                     {name, std::string(std::strerror(error))});
 }
+
+namespace {
 
 [[noreturn]] void throwNotRandomAccess(const std::u16string& name) {
   throw except::Exception<except::host::OpenFailed>(
@@ -124,30 +128,30 @@ StreamProvider::Opened LocalFileProvider::openPath(const std::u16string& display
   Opened opened;
   if (mode == open_mode::read) {
     struct stat info {};
-    if (::stat(path.c_str(), &info) != 0) throwOpenFailed(displayName, errno);
-    if (S_ISDIR(info.st_mode)) throwOpenFailed(displayName, EISDIR);
+    if (::stat(path.c_str(), &info) != 0) throwOpenError(displayName, errno);
+    if (S_ISDIR(info.st_mode)) throwOpenError(displayName, EISDIR);
     // A pipe or a character device has no size and cannot seek, which Parquet's footer needs;
     // opening a FIFO would also wait for a writer that may never come.
     if (!S_ISREG(info.st_mode) && !S_ISBLK(info.st_mode)) throwNotRandomAccess(displayName);
     auto buffer = std::make_unique<PositionalFileBuf>();
     errno = 0;
-    if (!buffer->open(path)) throwOpenFailed(displayName, errno ? errno : EACCES);
+    if (!buffer->open(path)) throwOpenError(displayName, errno ? errno : EACCES);
     opened.size = buffer->size();
     opened.buffer = std::move(buffer);
   } else if (mode == open_mode::read_update) {
     struct stat info {};
-    if (::stat(path.c_str(), &info) != 0) throwOpenFailed(displayName, errno);
-    if (S_ISDIR(info.st_mode)) throwOpenFailed(displayName, EISDIR);
+    if (::stat(path.c_str(), &info) != 0) throwOpenError(displayName, errno);
+    if (S_ISDIR(info.st_mode)) throwOpenError(displayName, EISDIR);
     auto buffer = std::make_unique<CheckedFileBuf>(displayName);
     errno = 0;
     if (buffer->open(path, std::ios::in | std::ios::out | std::ios::binary) == nullptr) {
-      throwOpenFailed(displayName, errno ? errno : EACCES);
+      throwOpenError(displayName, errno ? errno : EACCES);
     }
     opened.size = static_cast<int64_t>(info.st_size);
     opened.buffer = std::move(buffer);
   } else if (mode == open_mode::append) {
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-    if (fd < 0) throwOpenFailed(displayName, errno);
+    if (fd < 0) throwOpenError(displayName, errno);
     struct stat info {};
     opened.size = ::fstat(fd, &info) == 0 ? static_cast<int64_t>(info.st_size) : 0;
     opened.buffer = std::make_unique<OutputFileBuf>(fd, displayName, /*seekable=*/false);

@@ -45,6 +45,10 @@ class StreamProvider {
   virtual Opened open(const vfs::AbsoluteIRI& iri, open_mode mode) = 0;
 };
 
+// Throws the host's error for a failed open of name with errno `error`: FileNotFound,
+// IsDirectory or OpenFailed.
+[[noreturn]] void throwOpenError(const std::u16string& name, int error);
+
 // Scheme names match without regard to case. Registering replaces an earlier provider of the
 // same scheme; a null provider unregisters it.
 void registerProvider(const std::u16string& scheme, std::shared_ptr<StreamProvider> provider);
