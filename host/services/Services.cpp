@@ -19,6 +19,11 @@ std::atomic<int64_t>& configuredCount() {
   return count;
 }
 
+std::atomic<bool>& dictionaryPerColumn() {
+  static std::atomic<bool> choose{false};
+  return choose;
+}
+
 std::atomic<int64_t>& configuredDecayMs() {
   static std::atomic<int64_t> milliseconds{1000};
   return milliseconds;
@@ -59,6 +64,14 @@ int64_t getNumComputationalThreads() {
   if (configured > 0) return configured;
   const unsigned hardware = std::thread::hardware_concurrency();
   return hardware == 0 ? 1 : static_cast<int64_t>(hardware);
+}
+
+bool getChooseDictionaryPerColumn() {
+  return dictionaryPerColumn().load(std::memory_order_relaxed);
+}
+
+void setChooseDictionaryPerColumn(bool choose) {
+  dictionaryPerColumn().store(choose, std::memory_order_relaxed);
 }
 
 bool setArrowMemoryDecayMs(int64_t milliseconds) {

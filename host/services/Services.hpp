@@ -15,6 +15,12 @@ void setNumComputationalThreads(int64_t count);
 uint64_t getMaxColumnChunkBytes();
 void setMaxColumnChunkBytes(uint64_t bytes);
 
+// Whether writers skip Parquet's dictionary for the columns that cannot profit from one
+// (mostly distinct values, logicals) when the host names no encodings: faster writes and
+// files no larger. Off by default (every column tries a dictionary); programs may turn it on.
+bool getChooseDictionaryPerColumn();
+void setChooseDictionaryPerColumn(bool choose);
+
 // How long Arrow's allocator keeps memory that was freed before it returns the pages to the
 // kernel, in milliseconds (-1: never, 0: at once; Arrow's own choice is 1000). Kept pages serve
 // the next read without page faults, so repeated reads run faster, at the cost of resident
