@@ -10,10 +10,12 @@
 //                           nothing else counts) over the size of the host table it returns
 //   stats_vs_footer         footer statistics of 2,000 row groups x 50 columns through the
 //                           reader, against StatisticsAsScalars over the same footer directly
+//   wide_adapter_vs_arrow   ReadTable of a 2,000-column x 10,000-row file through the library's
+//                           file adapter, against Arrow's local file class
 //
 // Usage: read_bench [--rows N]   (default 10,000,000 rows in 10 row groups)
 // Last line: full_read_vs_arrow=<x> numeric_read_vs_arrow=<n> rowgroup_read_vs_arrow=<y>
-//            peak_rss_vs_table=<z> stats_vs_footer=<w>
+//            peak_rss_vs_table=<z> stats_vs_footer=<w> wide_adapter_vs_arrow=<v>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -88,6 +90,31 @@ void writeStatsFile(const std::string& path) {
   check(parquet::arrow::WriteTable(*arrow::Table::Make(arrow::schema(fields), columns),
                                    arrow::default_memory_pool(), sink, kRowsPerGroup),
         "write stats file");
+  check(sink->Close(), "close");
+}
+
+// 2,000 double columns x 10,000 rows in one row group: many small column chunks, read one by
+// one through the file.
+void writeWideFile(const std::string& path) {
+  constexpr int kColumns = 2000;
+  constexpr int64_t kRows = 10000;
+  std::mt19937_64 random(5);
+  std::uniform_real_distribution<double> real(-1e6, 1e6);
+  arrow::FieldVector fields;
+  arrow::ArrayVector columns;
+  for (int c = 0; c < kColumns; ++c) {
+    arrow::DoubleBuilder builder;
+    check(builder.Reserve(kRows), "reserve");
+    for (int64_t r = 0; r < kRows; ++r) builder.UnsafeAppend(real(random));
+    fields.push_back(arrow::field("c" + std::to_string(c), arrow::float64()));
+    columns.push_back(builder.Finish().ValueOrDie());
+  }
+  auto sink = arrow::io::FileOutputStream::Open(path).ValueOrDie();
+  auto properties =
+      parquet::WriterProperties::Builder().compression(parquet::Compression::SNAPPY)->build();
+  check(parquet::arrow::WriteTable(*arrow::Table::Make(arrow::schema(fields), columns),
+                                   arrow::default_memory_pool(), sink, kRows, properties),
+        "write wide file");
   check(sink->Close(), "close");
 }
 
@@ -227,12 +254,14 @@ int main(int argc, char** argv) {
   const std::string folder = vxbench::makeTempFolder("read_bench");
   const std::string path = folder + "/bench.parquet";
   const std::string statsPath = folder + "/stats.parquet";
+  const std::string widePath = folder + "/wide.parquet";
   const std::u16string upath = foundation::unicode::utf8_to_ustring(path);
 
   // Generated in a child, so that the writer's memory never counts in this process.
   inChild([&] {
     vxbench::writeBenchFile(path, rows, kRowGroups);
     writeStatsFile(statsPath);
+    writeWideFile(widePath);
   });
   const auto memory = fullReadMemory(path);
 
@@ -282,6 +311,19 @@ int main(int argc, char** argv) {
   vxbench::report("breakdown_adapter_read_row_groups",
                   vxbench::measure([&] { readRowGroups(path, true); }, kRepetitions));
 
+  // The file adapter against Arrow's local file class on many small column chunks, and the
+  // reader's whole read of that file.
+  std::vector<int> wideColumns(2000);
+  for (int i = 0; i < 2000; ++i) wideColumns[i] = i;
+  const std::u16string uwide = foundation::unicode::utf8_to_ustring(widePath);
+  const auto wide = vxbench::alternate({[&] { adapterReadTable(widePath, wideColumns); },
+                                        [&] { arrowReadTable(widePath, wideColumns); },
+                                        [&] { RowGroupParquetReader(uwide, {}).readFullFile(); }},
+                                       kRepetitions);
+  vxbench::report("wide_adapter_read_table", wide[0]);
+  vxbench::report("wide_arrow_read_table", wide[1]);
+  vxbench::report("wide_reader_full_file", wide[2]);
+
   std::printf("peak_rss=%.0fMB host_table=%.0fMB\n", memory.first / 1e6, memory.second / 1e6);
 
   RowGroupParquetReader statsReader(foundation::unicode::utf8_to_ustring(statsPath), {});
@@ -297,8 +339,8 @@ int main(int argc, char** argv) {
   vxbench::removeFolder(folder);
   std::printf(
       "full_read_vs_arrow=%.3f numeric_read_vs_arrow=%.3f rowgroup_read_vs_arrow=%.3f "
-      "peak_rss_vs_table=%.3f stats_vs_footer=%.3f\n",
+      "peak_rss_vs_table=%.3f stats_vs_footer=%.3f wide_adapter_vs_arrow=%.3f\n",
       ratio(full[0], full[1]), ratio(numeric[0], numeric[1]), ratio(rowGroups[0], rowGroups[1]),
-      memory.first / memory.second, statistics.min / direct.min);
+      memory.first / memory.second, statistics.min / direct.min, ratio(wide[0], wide[1]));
   return 0;
 }
