@@ -21,6 +21,18 @@ inline bool& InsideHostArena() {
   return inside;
 }
 
+// Marks this thread as working inside the host's arena for its lifetime, exceptions included.
+class InsideHostArenaScope {
+ public:
+  InsideHostArenaScope() : mOuter(InsideHostArena()) { InsideHostArena() = true; }
+  ~InsideHostArenaScope() { InsideHostArena() = mOuter; }
+  InsideHostArenaScope(const InsideHostArenaScope&) = delete;
+  InsideHostArenaScope& operator=(const InsideHostArenaScope&) = delete;
+
+ private:
+  bool mOuter;
+};
+
 inline int HostThreads() {
   return static_cast<int>(std::max<int64_t>(1, foundation::services::getNumComputationalThreads()));
 }
@@ -33,9 +45,8 @@ void InHostArena(Loop loop) {
   }
   tbb::task_arena arena(HostThreads());
   arena.execute([&] {
-    InsideHostArena() = true;
+    InsideHostArenaScope inside;
     loop();
-    InsideHostArena() = false;
   });
 }
 
@@ -52,10 +63,8 @@ void ParallelFor(size_t count, Work work) {
   detail::InHostArena([&] {
     tbb::parallel_for(size_t{0}, count, [&](size_t i) {
       // Pool threads that steal this work start outside any loop of ours.
-      const bool outer = detail::InsideHostArena();
-      detail::InsideHostArena() = true;
+      detail::InsideHostArenaScope inside;
       work(i);
-      detail::InsideHostArena() = outer;
     });
   });
 }
@@ -72,10 +81,8 @@ void ParallelRanges(int64_t count, int64_t grain, Work work) {
   detail::InHostArena([&] {
     tbb::parallel_for(tbb::blocked_range<int64_t>(0, count, grain),
                       [&](const tbb::blocked_range<int64_t>& range) {
-                        const bool outer = detail::InsideHostArena();
-                        detail::InsideHostArena() = true;
+                        detail::InsideHostArenaScope inside;
                         work(range.begin(), range.end());
-                        detail::InsideHostArena() = outer;
                       });
   });
 }
