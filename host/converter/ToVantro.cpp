@@ -63,10 +63,14 @@ bool IsNull(const Array& chunk, int64_t i) {
 
 // Fresh blocks of host memory are filled at once, and the kernel faults them in one 4 KiB
 // page at a time; asking for huge pages where the block spans some takes most of those faults
-// away (a hint only: nothing changes where the kernel declines).
+// away (a hint only: nothing changes where the kernel declines). Only for blocks that the C
+// library always maps on their own (from 32 MiB, its largest mapping threshold): smaller ones
+// may lie in its shared heaps, where huge pages would be faulted and cleared whole again for
+// small allocations after every trim (measured: reads several times slower).
 void PreferHugePages(void* data, size_t bytes) {
   constexpr uintptr_t kHugePage = uintptr_t{2} << 20;
-  if (bytes < 2 * kHugePage) return;
+  constexpr size_t kOwnMappingBytes = size_t{32} << 20;
+  if (bytes < kOwnMappingBytes) return;
   const auto begin = reinterpret_cast<uintptr_t>(data);
   const uintptr_t first = (begin + kHugePage - 1) & ~(kHugePage - 1);
   const uintptr_t last = (begin + bytes) & ~(kHugePage - 1);
