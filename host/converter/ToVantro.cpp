@@ -4,8 +4,6 @@
 // of one preallocated host array, so multi-chunk columns are never concatenated first. When
 // the converter holds the last reference to a column, a fixed-width chunk without nulls is not
 // copied at all: its values buffer becomes the host array's memory.
-#include <sys/mman.h>
-
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -61,27 +59,8 @@ bool IsNull(const Array& chunk, int64_t i) {
   return bitmap != nullptr && !::arrow::bit_util::GetBit(bitmap, chunk.offset() + i);
 }
 
-// Fresh blocks of host memory are filled at once, and the kernel faults them in one 4 KiB
-// page at a time; asking for huge pages where the block spans some takes most of those faults
-// away (a hint only: nothing changes where the kernel declines). Only for blocks that the C
-// library always maps on their own (from 32 MiB, its largest mapping threshold): smaller ones
-// may lie in its shared heaps, where huge pages would be faulted and cleared whole again for
-// small allocations after every trim (measured: reads several times slower).
-void PreferHugePages(void* data, size_t bytes) {
-  constexpr uintptr_t kHugePage = uintptr_t{2} << 20;
-  constexpr size_t kOwnMappingBytes = size_t{32} << 20;
-  if (bytes < kOwnMappingBytes) return;
-  const auto begin = reinterpret_cast<uintptr_t>(data);
-  const uintptr_t first = (begin + kHugePage - 1) & ~(kHugePage - 1);
-  const uintptr_t last = (begin + bytes) & ~(kHugePage - 1);
-  if (last > first) ::madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
-}
-
 Result<unique_array> NewColumn(int64_t rows, vxClassID classID) {
-  ARROW_ASSIGN_OR_RAISE(auto column,
-                        host::Allocated(vxCreateUninitNumericMatrix(rows, 1, classID, vxREAL)));
-  PreferHugePages(vxGetData(column.get()), rows * vxGetElementSize(column.get()));
-  return column;
+  return host::Allocated(vxCreateUninitNumericMatrix(rows, 1, classID, vxREAL));
 }
 
 // A logical Rx1 marking the nulls of every chunk; one allocation, zeroed.
@@ -326,7 +305,6 @@ Result<unique_array> WidenAsciiData(const ArrayVector& chunks, uint64_t* unitOff
   for (const auto& chunk : chunks) bytes += StringChunk<Offset>(*chunk).bytes();
   ARROW_ASSIGN_OR_RAISE(auto data, host::Allocated(vxCreateUninitCharArray(1, bytes)));
   auto* chars = reinterpret_cast<char16_t*>(vxGetChars(data.get()));
-  PreferHugePages(chars, bytes * sizeof(char16_t));
   uint64_t position = 0;
   int64_t row = 0;
   unitOffsets[0] = 0;
@@ -349,7 +327,6 @@ Result<unique_array> DecodeData(const ArrayVector& chunks, uint64_t* unitOffsets
   const size_t units = CountUnits<Offset>(chunks, ascii);
   ARROW_ASSIGN_OR_RAISE(auto data, host::Allocated(vxCreateUninitCharArray(1, units)));
   auto* chars = reinterpret_cast<char16_t*>(vxGetChars(data.get()));
-  PreferHugePages(chars, units * sizeof(char16_t));
   uint64_t position = 0;
   int64_t row = 0;
   unitOffsets[0] = 0;
