@@ -19,6 +19,25 @@ Timing measure(const std::function<void()>& work, int repetitions, bool warmup) 
   return {seconds.front(), seconds[seconds.size() / 2]};
 }
 
+std::vector<Timing> alternate(const std::vector<std::function<void()>>& works, int repetitions) {
+  for (const auto& work : works) work();
+  std::vector<std::vector<double>> seconds(works.size());
+  for (int i = 0; i < repetitions; ++i) {
+    for (size_t w = 0; w < works.size(); ++w) {
+      const auto start = std::chrono::steady_clock::now();
+      works[w]();
+      seconds[w].push_back(
+          std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    }
+  }
+  std::vector<Timing> timings;
+  for (auto& runs : seconds) {
+    std::sort(runs.begin(), runs.end());
+    timings.push_back({runs.front(), runs[runs.size() / 2]});
+  }
+  return timings;
+}
+
 void report(const std::string& name, const Timing& timing) {
   std::printf("%s: min=%.4fs median=%.4fs\n", name.c_str(), timing.min, timing.median);
   std::fflush(stdout);

@@ -17,6 +17,10 @@ struct Timing {
 // Runs work once untimed (warm-up) unless warmup is false, then `repetitions` times.
 Timing measure(const std::function<void()>& work, int repetitions, bool warmup = true);
 
+// Runs each piece of work once untimed, then `repetitions` rounds in which every piece runs
+// once, in turn: load that comes and goes on a shared machine falls on all of them alike.
+std::vector<Timing> alternate(const std::vector<std::function<void()>>& works, int repetitions);
+
 // "name: min=...s median=...s" on standard output.
 void report(const std::string& name, const Timing& timing);
 

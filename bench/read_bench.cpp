@@ -1,16 +1,21 @@
-// Reading a generated file into host tables, against Arrow's own ReadTable of the same columns
-// into an Arrow table, with the same thread count:
-//   full_read_vs_arrow      readFullFile of every column
-//   numeric_read_vs_arrow   readFullFile of the six numeric columns
-//   rowgroup_read_vs_arrow  read() row group by row group until there is no more data
+// Reading a generated file into host tables, against Arrow's own read of the same columns into
+// an Arrow table (its local file class, ReadTable or ReadRowGroup), with the same thread count.
+// Both sides open the file, read and drop their result inside the timing; the two alternate
+// run by run, and the ratios are of medians:
+//   full_read_vs_arrow      readFullFile of every column, against ReadTable
+//   numeric_read_vs_arrow   readFullFile of the six numeric columns, against ReadTable
+//   rowgroup_read_vs_arrow  read() row group by row group until there is no more data, against
+//                           ReadRowGroup of each row group in turn
 //   peak_rss_vs_table       peak resident memory of a full read (in a child process, so that
 //                           nothing else counts) over the size of the host table it returns
 //   stats_vs_footer         footer statistics of 2,000 row groups x 50 columns through the
 //                           reader, against StatisticsAsScalars over the same footer directly
+//   wide_adapter_vs_arrow   ReadTable of a 2,000-column x 10,000-row file through the library's
+//                           file adapter, against Arrow's local file class
 //
 // Usage: read_bench [--rows N]   (default 10,000,000 rows in 10 row groups)
 // Last line: full_read_vs_arrow=<x> numeric_read_vs_arrow=<n> rowgroup_read_vs_arrow=<y>
-//            peak_rss_vs_table=<z> stats_vs_footer=<w>
+//            peak_rss_vs_table=<z> stats_vs_footer=<w> wide_adapter_vs_arrow=<v>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,6 +36,7 @@
 #include <parquet/metadata.h>
 #include <parquet/statistics.h>
 
+#include "BenchFiles.hpp"
 #include "BenchUtil.hpp"
 #include "host/converter/Converter.hpp"
 #include "host/matrix/Matrix.hpp"
@@ -44,76 +50,12 @@ namespace {
 using vantro::io::parquet::core::read::RowGroupParquetReader;
 
 constexpr int kRowGroups = 10;
-constexpr int kRepetitions = 3;
+constexpr int kRepetitions = 5;
 
 void check(const arrow::Status& status, const char* what) {
   if (status.ok()) return;
   std::fprintf(stderr, "%s: %s\n", what, status.ToString().c_str());
   std::exit(2);
-}
-
-std::shared_ptr<arrow::Schema> benchSchema() {
-  return arrow::schema({arrow::field("d0", arrow::float64()), arrow::field("d1", arrow::float64()),
-                        arrow::field("d2", arrow::float64()), arrow::field("d3", arrow::float64()),
-                        arrow::field("i0", arrow::int64()), arrow::field("i1", arrow::int64()),
-                        arrow::field("s", arrow::utf8()),
-                        arrow::field("t", arrow::timestamp(arrow::TimeUnit::MICRO))});
-}
-
-// One row group's worth of random rows, starting at row `first`.
-std::shared_ptr<arrow::Table> benchRows(int64_t first, int64_t rows, std::mt19937_64& random) {
-  std::uniform_real_distribution<double> real(-1e6, 1e6);
-  arrow::ArrayVector columns;
-  for (int c = 0; c < 4; ++c) {
-    arrow::DoubleBuilder builder;
-    check(builder.Reserve(rows), "reserve");
-    for (int64_t r = 0; r < rows; ++r) builder.UnsafeAppend(real(random));
-    columns.push_back(builder.Finish().ValueOrDie());
-  }
-  for (int c = 0; c < 2; ++c) {
-    arrow::Int64Builder builder;
-    check(builder.Reserve(rows), "reserve");
-    for (int64_t r = 0; r < rows; ++r) {
-      builder.UnsafeAppend(c == 0 ? first + r : static_cast<int64_t>(random() % 1000000));
-    }
-    columns.push_back(builder.Finish().ValueOrDie());
-  }
-  arrow::StringBuilder strings;
-  check(strings.Reserve(rows), "reserve");
-  check(strings.ReserveData(rows * 12), "reserve");
-  char text[16];
-  for (int64_t r = 0; r < rows; ++r) {
-    std::snprintf(text, sizeof text, "id-%09" PRIu64, static_cast<uint64_t>(random() % 1000000000));
-    check(strings.Append(text, 12), "append");
-  }
-  columns.push_back(strings.Finish().ValueOrDie());
-  arrow::TimestampBuilder times(arrow::timestamp(arrow::TimeUnit::MICRO),
-                                arrow::default_memory_pool());
-  check(times.Reserve(rows), "reserve");
-  const int64_t start = 1700000000000000;
-  for (int64_t r = 0; r < rows; ++r) {
-    times.UnsafeAppend(start + (first + r) * 1000 + static_cast<int64_t>(random() % 1000));
-  }
-  columns.push_back(times.Finish().ValueOrDie());
-  return arrow::Table::Make(benchSchema(), columns);
-}
-
-// Snappy, ten row groups, written one row group at a time to keep the writer's memory small.
-void writeBenchFile(const std::string& path, int64_t rows) {
-  auto sink = arrow::io::FileOutputStream::Open(path).ValueOrDie();
-  auto properties =
-      parquet::WriterProperties::Builder().compression(parquet::Compression::SNAPPY)->build();
-  auto writer = parquet::arrow::FileWriter::Open(*benchSchema(), arrow::default_memory_pool(), sink,
-                                                 properties)
-                    .ValueOrDie();
-  std::mt19937_64 random(42);
-  const int64_t perGroup = (rows + kRowGroups - 1) / kRowGroups;
-  for (int64_t first = 0; first < rows; first += perGroup) {
-    const int64_t count = std::min(perGroup, rows - first);
-    check(writer->WriteTable(*benchRows(first, count, random), count), "write");
-  }
-  check(writer->Close(), "close");
-  check(sink->Close(), "close");
 }
 
 // 2,000 row groups of 50 filterable columns, for a large footer full of statistics.
@@ -148,6 +90,31 @@ void writeStatsFile(const std::string& path) {
   check(parquet::arrow::WriteTable(*arrow::Table::Make(arrow::schema(fields), columns),
                                    arrow::default_memory_pool(), sink, kRowsPerGroup),
         "write stats file");
+  check(sink->Close(), "close");
+}
+
+// 2,000 double columns x 10,000 rows in one row group: many small column chunks, read one by
+// one through the file.
+void writeWideFile(const std::string& path) {
+  constexpr int kColumns = 2000;
+  constexpr int64_t kRows = 10000;
+  std::mt19937_64 random(5);
+  std::uniform_real_distribution<double> real(-1e6, 1e6);
+  arrow::FieldVector fields;
+  arrow::ArrayVector columns;
+  for (int c = 0; c < kColumns; ++c) {
+    arrow::DoubleBuilder builder;
+    check(builder.Reserve(kRows), "reserve");
+    for (int64_t r = 0; r < kRows; ++r) builder.UnsafeAppend(real(random));
+    fields.push_back(arrow::field("c" + std::to_string(c), arrow::float64()));
+    columns.push_back(builder.Finish().ValueOrDie());
+  }
+  auto sink = arrow::io::FileOutputStream::Open(path).ValueOrDie();
+  auto properties =
+      parquet::WriterProperties::Builder().compression(parquet::Compression::SNAPPY)->build();
+  check(parquet::arrow::WriteTable(*arrow::Table::Make(arrow::schema(fields), columns),
+                                   arrow::default_memory_pool(), sink, kRows, properties),
+        "write wide file");
   check(sink->Close(), "close");
 }
 
@@ -197,13 +164,18 @@ std::shared_ptr<arrow::Table> adapterReadTable(const std::string& path,
   return table;
 }
 
-// Arrow's part of the row-group road: every row group read on its own, nothing converted.
-void adapterReadRowGroups(const std::string& path) {
+// Every row group read on its own into an Arrow table, nothing converted: through Arrow's local
+// file class, or through the library's file adapter.
+void readRowGroups(const std::string& path, bool throughAdapter) {
+  std::shared_ptr<arrow::io::RandomAccessFile> file;
+  if (throughAdapter) {
+    file = vantro::io::parquet::core::common::makeReadableFilePtr(
+        foundation::unicode::utf8_to_ustring(path));
+  } else {
+    file = arrow::io::ReadableFile::Open(path).ValueOrDie();
+  }
   std::unique_ptr<parquet::arrow::FileReader> reader;
-  check(parquet::arrow::OpenFile(vantro::io::parquet::core::common::makeReadableFilePtr(
-                                     foundation::unicode::utf8_to_ustring(path)),
-                                 arrow::default_memory_pool(), &reader),
-        "open");
+  check(parquet::arrow::OpenFile(file, arrow::default_memory_pool(), &reader), "open");
   reader->set_use_threads(true);
   const std::vector<int> columns{0, 1, 2, 3, 4, 5, 6, 7};
   for (int i = 0; i < reader->num_row_groups(); ++i) {
@@ -255,7 +227,7 @@ std::pair<double, double> fullReadMemory(const std::string& path) {
 }
 
 double ratio(const vxbench::Timing& ours, const vxbench::Timing& theirs) {
-  return ours.min / theirs.min;
+  return ours.median / theirs.median;
 }
 
 // The footer statistics decoded directly: every chunk's counts and min/max scalars.
@@ -282,12 +254,14 @@ int main(int argc, char** argv) {
   const std::string folder = vxbench::makeTempFolder("read_bench");
   const std::string path = folder + "/bench.parquet";
   const std::string statsPath = folder + "/stats.parquet";
+  const std::string widePath = folder + "/wide.parquet";
   const std::u16string upath = foundation::unicode::utf8_to_ustring(path);
 
   // Generated in a child, so that the writer's memory never counts in this process.
   inChild([&] {
-    writeBenchFile(path, rows);
+    vxbench::writeBenchFile(path, rows, kRowGroups);
     writeStatsFile(statsPath);
+    writeWideFile(widePath);
   });
   const auto memory = fullReadMemory(path);
 
@@ -298,11 +272,11 @@ int main(int argc, char** argv) {
 
   const std::vector<int> allColumns{0, 1, 2, 3, 4, 5, 6, 7};
   const std::vector<int> numericColumns{0, 1, 2, 3, 4, 5};
-  const auto arrowFull = vxbench::measure([&] { arrowReadTable(path, allColumns); }, kRepetitions);
-  vxbench::report("arrow_read_table_all", arrowFull);
-  const auto full =
-      vxbench::measure([&] { RowGroupParquetReader(upath, {}).readFullFile(); }, kRepetitions);
-  vxbench::report("reader_full_file_all", full);
+  const auto full = vxbench::alternate({[&] { RowGroupParquetReader(upath, {}).readFullFile(); },
+                                        [&] { arrowReadTable(path, allColumns); }},
+                                       kRepetitions);
+  vxbench::report("reader_full_file_all", full[0]);
+  vxbench::report("arrow_read_table_all", full[1]);
   // Where the reader's time goes: the Arrow read through the adapter, then the conversion.
   vxbench::report("breakdown_adapter_read_table_all",
                   vxbench::measure([&] { adapterReadTable(path, allColumns); }, kRepetitions));
@@ -313,29 +287,42 @@ int main(int argc, char** argv) {
           [&] { check(vantro::io::arrow::core::to_vantro(arrowTable).status(), "convert"); },
           kRepetitions));
 
-  const auto arrowNumeric =
-      vxbench::measure([&] { arrowReadTable(path, numericColumns); }, kRepetitions);
-  vxbench::report("arrow_read_table_numeric", arrowNumeric);
-  const auto numeric = vxbench::measure(
-      [&] {
-        RowGroupParquetReader reader(upath, {});
-        reader.setSelectedVariableNames({u"d0", u"d1", u"d2", u"d3", u"i0", u"i1"});
-        reader.readFullFile();
-      },
+  const auto numeric = vxbench::alternate(
+      {[&] {
+         RowGroupParquetReader reader(upath, {});
+         reader.setSelectedVariableNames({u"d0", u"d1", u"d2", u"d3", u"i0", u"i1"});
+         reader.readFullFile();
+       },
+       [&] { arrowReadTable(path, numericColumns); }},
       kRepetitions);
-  vxbench::report("reader_full_file_numeric", numeric);
+  vxbench::report("reader_full_file_numeric", numeric[0]);
+  vxbench::report("arrow_read_table_numeric", numeric[1]);
 
   std::vector<double> everyRowGroup;
   for (int i = 1; i <= kRowGroups; ++i) everyRowGroup.push_back(i);
-  const auto rowGroups = vxbench::measure(
-      [&] {
-        RowGroupParquetReader reader(upath, everyRowGroup);
-        while (reader.hasdata()) reader.read();
-      },
-      kRepetitions);
-  vxbench::report("reader_row_group_by_row_group", rowGroups);
+  const auto rowGroups = vxbench::alternate({[&] {
+                                               RowGroupParquetReader reader(upath, everyRowGroup);
+                                               while (reader.hasdata()) reader.read();
+                                             },
+                                             [&] { readRowGroups(path, false); }},
+                                            kRepetitions);
+  vxbench::report("reader_row_group_by_row_group", rowGroups[0]);
+  vxbench::report("arrow_read_row_group_by_row_group", rowGroups[1]);
   vxbench::report("breakdown_adapter_read_row_groups",
-                  vxbench::measure([&] { adapterReadRowGroups(path); }, kRepetitions));
+                  vxbench::measure([&] { readRowGroups(path, true); }, kRepetitions));
+
+  // The file adapter against Arrow's local file class on many small column chunks, and the
+  // reader's whole read of that file.
+  std::vector<int> wideColumns(2000);
+  for (int i = 0; i < 2000; ++i) wideColumns[i] = i;
+  const std::u16string uwide = foundation::unicode::utf8_to_ustring(widePath);
+  const auto wide = vxbench::alternate({[&] { adapterReadTable(widePath, wideColumns); },
+                                        [&] { arrowReadTable(widePath, wideColumns); },
+                                        [&] { RowGroupParquetReader(uwide, {}).readFullFile(); }},
+                                       kRepetitions);
+  vxbench::report("wide_adapter_read_table", wide[0]);
+  vxbench::report("wide_arrow_read_table", wide[1]);
+  vxbench::report("wide_reader_full_file", wide[2]);
 
   std::printf("peak_rss=%.0fMB host_table=%.0fMB\n", memory.first / 1e6, memory.second / 1e6);
 
@@ -352,8 +339,8 @@ int main(int argc, char** argv) {
   vxbench::removeFolder(folder);
   std::printf(
       "full_read_vs_arrow=%.3f numeric_read_vs_arrow=%.3f rowgroup_read_vs_arrow=%.3f "
-      "peak_rss_vs_table=%.3f stats_vs_footer=%.3f\n",
-      ratio(full, arrowFull), ratio(numeric, arrowNumeric), ratio(rowGroups, arrowFull),
-      memory.first / memory.second, ratio(statistics, direct));
+      "peak_rss_vs_table=%.3f stats_vs_footer=%.3f wide_adapter_vs_arrow=%.3f\n",
+      ratio(full[0], full[1]), ratio(numeric[0], numeric[1]), ratio(rowGroups[0], rowGroups[1]),
+      memory.first / memory.second, statistics.min / direct.min, ratio(wide[0], wide[1]));
   return 0;
 }

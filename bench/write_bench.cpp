@@ -1,5 +1,9 @@
 // write_bench [--rows N] [--repetitions R]: writing a host table with ParquetWriter against
-// writing the same Arrow table with Parquet's own WriteTable and the same properties.
+// writing the same Arrow table with Parquet's own WriteTable and the same properties; and
+// ParquetWriter with the host's per-column dictionary choice on against off (alternated).
+// Last line: write_vs_arrow=<x> dictionary_choice_speedup=<off over on> size_ratio=<on/off>
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <random>
 #include <string>
@@ -10,6 +14,7 @@
 
 #include "BenchUtil.hpp"
 #include "host/converter/Converter.hpp"
+#include "host/services/Services.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/write/ParquetWriter.hpp"
 #include "toolbox/vantro/io/parquet/core/write/ParquetWriterOptions.hpp"
@@ -98,6 +103,11 @@ void writeArrow(const arrow::Table& table, const std::string& path) {
   orDie(sink->Close());
 }
 
+double fileBytes(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? static_cast<double>(status.st_size) : 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -120,7 +130,26 @@ int main(int argc, char** argv) {
       [&] { orDie(vantro::io::arrow::core::to_arrow_table(host.get())); }, repetitions);
   vxbench::report("to_arrow_table (part of ParquetWriter)", conversion);
 
+  // The same write with the dictionary tried only where it may pay: four columns of random
+  // doubles, a counter and the names are mostly distinct; the column of 1,000 values is not.
+  const std::string choicePath = folder + "/choice.parquet";
+  const auto choice =
+      vxbench::alternate({[&] { writeHost(host.get(), table->schema(), path); },
+                          [&] {
+                            foundation::services::setChooseDictionaryPerColumn(true);
+                            writeHost(host.get(), table->schema(), choicePath);
+                            foundation::services::setChooseDictionaryPerColumn(false);
+                          }},
+                         repetitions);
+  vxbench::report("ParquetWriter, dictionary for every column", choice[0]);
+  vxbench::report("ParquetWriter, dictionary where it may pay", choice[1]);
+  const double sizeRatio = fileBytes(choicePath) / fileBytes(path);
+  std::printf("file_bytes_every_column=%.0f file_bytes_where_it_pays=%.0f\n", fileBytes(path),
+              fileBytes(choicePath));
+
   vxbench::removeFolder(folder);
-  std::printf("write_vs_arrow=%.3f\n", parquetWriter.median / arrowWriter.median);
+  std::printf("write_vs_arrow=%.3f dictionary_choice_speedup=%.3f size_ratio=%.3f\n",
+              parquetWriter.median / arrowWriter.median, choice[0].median / choice[1].median,
+              sizeRatio);
   return 0;
 }

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <mutex>
 
 #include <arrow/api.h>
 #include <arrow/array/array_dict.h>
@@ -21,6 +22,7 @@
 #include "host/converter/HostValues.hpp"
 #include "host/converter/ParallelFor.hpp"
 #include "host/converter/TextCodec.hpp"
+#include "host/converter/Validity.hpp"
 #include "host/services/Services.hpp"
 
 namespace vantro::io::arrow::core {
@@ -66,9 +68,7 @@ Result<unique_array> MissingMask(const ArrayVector& chunks, int64_t length) {
   ARROW_ASSIGN_OR_RAISE(auto mask, host::Allocated(vxCreateLogicalMatrix(length, 1)));
   vxLogical* out = vxGetLogicals(mask.get());
   for (const auto& chunk : chunks) {
-    if (chunk->null_count() > 0) {
-      for (int64_t i = 0; i < chunk->length(); ++i) out[i] = IsNull(*chunk, i);
-    }
+    FillNulls(*chunk, out, vxLogical{true});
     out += chunk->length();
   }
   return mask;
@@ -81,14 +81,30 @@ Result<unique_array> AllMissing(int64_t length) {
 }
 
 // Integers and logicals with nulls cannot hold a missing value: they become double with NaN.
+// Every slot is read (a null's slot holds some value of the type), then the nulls overwritten.
 template <typename Read>
 Result<unique_array> ToDoubleWithNaN(const ArrayVector& chunks, int64_t length, Read read) {
   ARROW_ASSIGN_OR_RAISE(auto column, NewColumn(length, vxDOUBLE_CLASS));
   double* out = vxGetPr(column.get());
   for (const auto& chunk : chunks) {
-    for (int64_t i = 0; i < chunk->length(); ++i) {
-      out[i] = IsNull(*chunk, i) ? kNaN : read(*chunk, i);
-    }
+    for (int64_t i = 0; i < chunk->length(); ++i) out[i] = read(*chunk, i);
+    FillNulls(*chunk, out, kNaN);
+    out += chunk->length();
+  }
+  return column;
+}
+
+// The same for a fixed-width type, in a loop the compiler vectorises.
+template <typename CType>
+Result<unique_array> NumbersToDoubleWithNaN(const ArrayVector& chunks, int64_t length) {
+  ARROW_ASSIGN_OR_RAISE(auto column, NewColumn(length, vxDOUBLE_CLASS));
+  double* out = vxGetPr(column.get());
+  for (const auto& chunk : chunks) {
+    if (chunk->length() == 0) continue;  // an empty chunk may have no values buffer
+    const CType* values = chunk->data()->GetValues<CType>(1);
+    std::transform(values, values + chunk->length(), out,
+                   [](CType value) { return static_cast<double>(value); });
+    FillNulls(*chunk, out, kNaN);
     out += chunk->length();
   }
   return column;
@@ -161,20 +177,14 @@ Result<unique_array> ConvertFixedWidth(const ArrayVector& chunks, int64_t length
   }
   if (!kFloating && HasNulls(chunks)) {
     ARROW_RETURN_NOT_OK(CheckExactInDouble<CType>(chunks, "row"));
-    return ToDoubleWithNaN(chunks, length, [](const Array& chunk, int64_t i) {
-      return static_cast<double>(chunk.data()->GetValues<CType>(1)[i]);
-    });
+    return NumbersToDoubleWithNaN<CType>(chunks, length);
   }
   ARROW_ASSIGN_OR_RAISE(auto column, NewColumn(length, classID));
   auto* out = static_cast<CType*>(vxGetData(column.get()));
   for (const auto& chunk : chunks) {
     if (chunk->length() == 0) continue;  // an empty chunk may have no buffer for memcpy
     std::memcpy(out, chunk->data()->GetValues<CType>(1), chunk->length() * sizeof(CType));
-    if (kFloating && chunk->null_count() > 0) {
-      for (int64_t i = 0; i < chunk->length(); ++i) {
-        if (IsNull(*chunk, i)) out[i] = std::numeric_limits<CType>::quiet_NaN();
-      }
-    }
+    if constexpr (kFloating) FillNulls(*chunk, out, std::numeric_limits<CType>::quiet_NaN());
     out += chunk->length();
   }
   return column;
@@ -457,11 +467,7 @@ Result<unique_array> TicksOf(const ArrayVector& chunks, const DataType& type, in
       std::memcpy(out, chunk->data()->GetValues<int64_t>(1), chunk->length() * sizeof(int64_t));
     }
     // Nulls hold whatever the buffer held; zero them so that equal columns compare equal.
-    if (chunk->null_count() > 0) {
-      for (int64_t i = 0; i < chunk->length(); ++i) {
-        if (IsNull(*chunk, i)) out[i] = 0;
-      }
-    }
+    FillNulls(*chunk, out, int64_t{0});
     out += chunk->length();
   }
   return ticks;
@@ -624,46 +630,138 @@ Result<std::shared_ptr<Array>> PromoteNullableIntegers(const std::shared_ptr<Arr
   return std::static_pointer_cast<Array>(rebuilt);
 }
 
-template <typename ListArrayType>
-Status FillListCells(const Array& chunk, vxArray* cell, int64_t& row) {
-  const auto& lists = static_cast<const ListArrayType&>(chunk);
-  ARROW_ASSIGN_OR_RAISE(auto values, PromoteNullableIntegers(lists.values()));
-  const auto& valueType = *values->type();
-  for (int64_t i = 0; i < lists.length(); ++i, ++row) {
-    unique_array element;
-    if (lists.IsNull(i)) {
-      ARROW_ASSIGN_OR_RAISE(element, NullElement());
-    } else {
-      const auto slice = values->Slice(lists.value_offset(i), lists.value_length(i));
-      ARROW_ASSIGN_OR_RAISE(element, ConvertColumn({slice}, valueType, slice->length()));
+// Converts ranges of one values array (the elements of list or map rows) into host columns,
+// each exactly as ConvertColumn converts a slice of the values. Numbers and logicals, the
+// common elements, are copied straight from the values buffer; other types go through a
+// slice.
+class ElementRanges {
+ public:
+  explicit ElementRanges(std::shared_ptr<Array> values)
+      : mValues(std::move(values)), mDirect(IsDirect(*mValues)) {}
+
+  Result<unique_array> Convert(int64_t start, int64_t size) const {
+    if (!mDirect) {
+      const auto slice = mValues->Slice(start, size);
+      return ConvertColumn({slice}, *mValues->type(), size);
     }
-    vxSetCell(cell, row, element.release());
+    switch (mValues->type_id()) {
+      case Type::BOOL:
+        return Logicals(start, size);
+      case Type::INT8:
+        return Numbers<int8_t>(start, size, vxINT8_CLASS);
+      case Type::UINT8:
+        return Numbers<uint8_t>(start, size, vxUINT8_CLASS);
+      case Type::INT16:
+        return Numbers<int16_t>(start, size, vxINT16_CLASS);
+      case Type::UINT16:
+        return Numbers<uint16_t>(start, size, vxUINT16_CLASS);
+      case Type::INT32:
+        return Numbers<int32_t>(start, size, vxINT32_CLASS);
+      case Type::UINT32:
+        return Numbers<uint32_t>(start, size, vxUINT32_CLASS);
+      case Type::INT64:
+        return Numbers<int64_t>(start, size, vxINT64_CLASS);
+      case Type::UINT64:
+        return Numbers<uint64_t>(start, size, vxUINT64_CLASS);
+      case Type::FLOAT:
+        return Numbers<float>(start, size, vxSINGLE_CLASS);
+      default:  // DOUBLE
+        return Numbers<double>(start, size, vxDOUBLE_CLASS);
+    }
   }
-  return Status::OK();
+
+ private:
+  // Integers and logicals come here only without nulls (PromoteNullableIntegers made the
+  // others double); floating-point nulls become NaN.
+  static bool IsDirect(const Array& values) {
+    switch (values.type_id()) {
+      case Type::FLOAT:
+      case Type::DOUBLE:
+        return true;
+      default:
+        return IsIntegerOrBoolean(*values.type()) && values.null_count() == 0;
+    }
+  }
+
+  template <typename CType>
+  Result<unique_array> Numbers(int64_t start, int64_t size, vxClassID classID) const {
+    ARROW_ASSIGN_OR_RAISE(auto column, NewColumn(size, classID));
+    if (size == 0) return column;  // the values buffer of an empty array may be missing
+    auto* out = static_cast<CType*>(vxGetData(column.get()));
+    std::memcpy(out, mValues->data()->GetValues<CType>(1) + start, size * sizeof(CType));
+    if constexpr (std::is_floating_point_v<CType>) {
+      FillNulls(*mValues, start, size, out, std::numeric_limits<CType>::quiet_NaN());
+    }
+    return column;
+  }
+
+  Result<unique_array> Logicals(int64_t start, int64_t size) const {
+    ARROW_ASSIGN_OR_RAISE(auto column, host::Allocated(vxCreateLogicalMatrix(size, 1)));
+    vxLogical* out = vxGetLogicals(column.get());
+    const auto& logicals = static_cast<const ::arrow::BooleanArray&>(*mValues);
+    for (int64_t i = 0; i < size; ++i) out[i] = logicals.Value(start + i);
+    return column;
+  }
+
+  std::shared_ptr<Array> mValues;
+  bool mDirect;
+};
+
+// Cells of more than this many rows are split between the host's threads.
+constexpr int64_t kCellRowsPerTask = 8192;
+
+// Fills cell rows [0, length) with element(i) for the non-null rows of the chunk and with the
+// null element for the others, splitting long chunks between threads. On failure, the status
+// of the first failing row.
+template <typename Element>
+Status FillCells(const Array& chunk, vxArray* cell, int64_t firstRow, Element element) {
+  std::mutex failureMutex;
+  int64_t failedRow = chunk.length();
+  Status failure;
+  ParallelRanges(chunk.length(), kCellRowsPerTask, [&](int64_t begin, int64_t end) {
+    for (int64_t i = begin; i < end; ++i) {
+      auto result = chunk.IsNull(i) ? NullElement() : element(i);
+      if (!result.ok()) {
+        std::lock_guard<std::mutex> lock(failureMutex);
+        if (i < failedRow) {
+          failedRow = i;
+          failure = result.status();
+        }
+        return;
+      }
+      vxSetCell(cell, firstRow + i, std::move(result).ValueUnsafe().release());
+    }
+  });
+  return failure;
 }
 
-Status FillMapCells(const Array& chunk, vxArray* cell, int64_t& row) {
+template <typename ListArrayType>
+Status FillListCells(const Array& chunk, vxArray* cell, int64_t firstRow) {
+  const auto& lists = static_cast<const ListArrayType&>(chunk);
+  ARROW_ASSIGN_OR_RAISE(auto values, PromoteNullableIntegers(lists.values()));
+  const ElementRanges elements(std::move(values));
+  return FillCells(chunk, cell, firstRow, [&](int64_t i) {
+    return elements.Convert(lists.value_offset(i), lists.value_length(i));
+  });
+}
+
+Status FillMapCells(const Array& chunk, vxArray* cell, int64_t firstRow) {
   const auto& maps = static_cast<const ::arrow::MapArray&>(chunk);
   ARROW_ASSIGN_OR_RAISE(auto keys, PromoteNullableIntegers(maps.keys()));
   ARROW_ASSIGN_OR_RAISE(auto items, PromoteNullableIntegers(maps.items()));
-  for (int64_t i = 0; i < maps.length(); ++i, ++row) {
-    unique_array element;
-    if (maps.IsNull(i)) {
-      ARROW_ASSIGN_OR_RAISE(element, NullElement());
-    } else {
-      const int64_t start = maps.value_offset(i), size = maps.value_length(i);
-      std::vector<unique_array> columns(2);
-      ARROW_ASSIGN_OR_RAISE(columns[0],
-                            ConvertColumn({keys->Slice(start, size)}, *keys->type(), size));
-      ARROW_ASSIGN_OR_RAISE(columns[1],
-                            ConvertColumn({items->Slice(start, size)}, *items->type(), size));
-      ARROW_ASSIGN_OR_RAISE(element, host::MakeTable({"Key", "Value"}, std::move(columns)));
-    }
-    vxSetCell(cell, row, element.release());
-  }
-  return Status::OK();
+  const ElementRanges keyRanges(std::move(keys));
+  const ElementRanges itemRanges(std::move(items));
+  return FillCells(chunk, cell, firstRow, [&](int64_t i) -> Result<unique_array> {
+    const int64_t start = maps.value_offset(i), size = maps.value_length(i);
+    std::vector<unique_array> columns(2);
+    ARROW_ASSIGN_OR_RAISE(columns[0], keyRanges.Convert(start, size));
+    ARROW_ASSIGN_OR_RAISE(columns[1], itemRanges.Convert(start, size));
+    return host::MakeTable({"Key", "Value"}, std::move(columns));
+  });
 }
 
+// List and map columns: one cell row per Arrow row, each converted from its range of the
+// chunk's values (a null row becomes the null element).
 Result<unique_array> ConvertNestedCells(const ArrayVector& chunks, int64_t length) {
   ARROW_ASSIGN_OR_RAISE(auto cell, host::Allocated(vxCreateCellMatrix(length, 1)));
   int64_t row = 0;
@@ -679,6 +777,7 @@ Result<unique_array> ConvertNestedCells(const ArrayVector& chunks, int64_t lengt
         ARROW_RETURN_NOT_OK(FillMapCells(*chunk, cell.get(), row));
         break;
     }
+    row += chunk->length();
   }
   return cell;
 }

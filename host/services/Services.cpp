@@ -2,10 +2,14 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <climits>
 #include <fstream>
 #include <string>
 #include <thread>
+
+#include <arrow/memory_pool.h>
 
 namespace foundation::services {
 namespace {
@@ -13,6 +17,16 @@ namespace {
 std::atomic<int64_t>& configuredCount() {
   static std::atomic<int64_t> count{0};
   return count;
+}
+
+std::atomic<bool>& dictionaryPerColumn() {
+  static std::atomic<bool> choose{false};
+  return choose;
+}
+
+std::atomic<int64_t>& configuredDecayMs() {
+  static std::atomic<int64_t> milliseconds{1000};
+  return milliseconds;
 }
 
 std::atomic<uint64_t>& configuredChunkBytes() {
@@ -51,6 +65,23 @@ int64_t getNumComputationalThreads() {
   const unsigned hardware = std::thread::hardware_concurrency();
   return hardware == 0 ? 1 : static_cast<int64_t>(hardware);
 }
+
+bool getChooseDictionaryPerColumn() {
+  return dictionaryPerColumn().load(std::memory_order_relaxed);
+}
+
+void setChooseDictionaryPerColumn(bool choose) {
+  dictionaryPerColumn().store(choose, std::memory_order_relaxed);
+}
+
+bool setArrowMemoryDecayMs(int64_t milliseconds) {
+  const int clamped = static_cast<int>(std::clamp<int64_t>(milliseconds, -1, INT32_MAX));
+  if (!::arrow::jemalloc_set_decay_ms(clamped).ok()) return false;
+  configuredDecayMs().store(clamped, std::memory_order_relaxed);
+  return true;
+}
+
+int64_t getArrowMemoryDecayMs() { return configuredDecayMs().load(std::memory_order_relaxed); }
 
 void setNumComputationalThreads(int64_t count) {
   configuredCount().store(count > 0 ? count : 0, std::memory_order_relaxed);

@@ -15,4 +15,22 @@ void setNumComputationalThreads(int64_t count);
 uint64_t getMaxColumnChunkBytes();
 void setMaxColumnChunkBytes(uint64_t bytes);
 
+// Whether writers skip Parquet's dictionary for the columns that cannot profit from one
+// (mostly distinct values, logicals) when the host names no encodings: faster writes and
+// files no larger. Off by default (every column tries a dictionary); programs may turn it on.
+bool getChooseDictionaryPerColumn();
+void setChooseDictionaryPerColumn(bool choose);
+
+// How long Arrow's allocator keeps memory that was freed before it returns the pages to the
+// kernel, in milliseconds (-1: never, 0: at once; Arrow's own choice is 1000). Kept pages serve
+// the next read without page faults, so repeated reads run faster, at the cost of resident
+// memory between reads up to the largest read's Arrow buffers. It applies to the allocator's
+// arenas made after the call, among them those of Arrow's pool threads, which decode: programs
+// call it at start-up. False when Arrow's allocator is not jemalloc (nothing changes then).
+bool setArrowMemoryDecayMs(int64_t milliseconds);
+// The last value set, or Arrow's own 1000 when none was.
+int64_t getArrowMemoryDecayMs();
+// The value programs apply at start-up: setArrowMemoryDecayMs(kProgramArrowMemoryDecayMs).
+inline constexpr int64_t kProgramArrowMemoryDecayMs = 10000;
+
 }  // namespace foundation::services

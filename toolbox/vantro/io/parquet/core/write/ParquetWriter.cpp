@@ -9,6 +9,8 @@
 #include <arrow/type.h>
 
 #include "host/converter/Converter.hpp"
+#include "host/converter/DictionaryChoice.hpp"
+#include "host/services/Services.hpp"
 #include "toolbox/vantro/io/parquet/core/common/SchemaLeafIndex.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
 
@@ -241,6 +243,19 @@ void ParquetWriter::validateWriteDimensons(const vxArray_tag* table) {
   }
 }
 
+namespace {
+
+// Where the host asks for it and names no encodings, the first table written decides which
+// columns skip the dictionary that cannot pay for itself.
+void chooseDictionaries(ParquetWriterOptions& options, const ::arrow::Table& first) {
+  if (!foundation::services::getChooseDictionaryPerColumn()) return;
+  if (!options.getVariableEncoding().empty()) return;
+  options.setColumnsWithoutDictionary(
+      vantro::io::arrow::core::ColumnsWithoutDictionaryProfit(first));
+}
+
+}  // namespace
+
 void ParquetWriter::openFileWriter(const std::shared_ptr<::arrow::Schema>& schema) {
   const auto arrowProperties = mOptions.buildArrowWriterProperties();
   const auto properties = mOptions.buildWriterProperties();
@@ -296,6 +311,7 @@ void ParquetWriter::writeChunk(const ::arrow::Table& table, int64_t chunkSize) {
 void ParquetWriter::write(const vxArray_tag* table) {
   VANTRO_PARQUET_TRACE();
   const auto arrowTable = checkedArrowTable(table);
+  if (!mSchema) chooseDictionaries(mOptions, *arrowTable);
   validateSchema(arrowTable->schema(), /*rowGrouped=*/false);
   // One chunk of the whole table: Parquet caps row groups at the maximum row-group length.
   writeChunk(*arrowTable, arrowTable->num_rows());
@@ -307,6 +323,7 @@ void ParquetWriter::writeRowGroups(const vxArray_tag* table, const vxArray_tag* 
   // Heights of another class would read as no heights at all and silently write nothing.
   require(rowGroupHeights != nullptr && vxGetClassID(rowGroupHeights) == vxDOUBLE_CLASS,
           "RowGroupHeights must be a double array");
+  if (!mSchema) chooseDictionaries(mOptions, *arrowTable);
   validateSchema(arrowTable->schema(), /*rowGrouped=*/true);
 
   const double* heights = vxGetPr(rowGroupHeights);

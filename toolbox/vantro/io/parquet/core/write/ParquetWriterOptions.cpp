@@ -166,6 +166,10 @@ std::vector<std::string> ParquetWriterOptions::leafPathsOf(size_t variable) cons
   return leafPaths;
 }
 
+void ParquetWriterOptions::setColumnsWithoutDictionary(std::vector<std::string> names) {
+  mColumnsWithoutDictionary = std::move(names);
+}
+
 void ParquetWriterOptions::setCompression(::parquet::WriterProperties::Builder& builder) const {
   if (mVariableCompression.empty()) {
     // Parquet's own default is uncompressed; the host's files are snappy unless told otherwise.
@@ -181,6 +185,10 @@ void ParquetWriterOptions::setCompression(::parquet::WriterProperties::Builder& 
 void ParquetWriterOptions::setEncoding(::parquet::WriterProperties::Builder& builder) const {
   if (mVariableEncoding.empty()) {
     builder.enable_dictionary();
+    for (const auto& name : mColumnsWithoutDictionary) {
+      builder.disable_dictionary(
+          std::make_shared<::parquet::schema::ColumnPath>(std::vector<std::string>{name}));
+    }
     return;
   }
   // "plain" only switches dictionary encoding off; Parquet then picks its fallback encoding.

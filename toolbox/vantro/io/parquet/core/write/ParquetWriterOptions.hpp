@@ -44,6 +44,8 @@ class ParquetWriterOptions {
   void setUseCompliantNestedTypes(bool compliant);
   void setMaxRowGroupLength(int64_t length);
   void setLeafColumnPaths(std::unique_ptr<LeafColumnPaths> paths);
+  // Top-level flat columns written without a dictionary while no encoding is set.
+  void setColumnsWithoutDictionary(std::vector<std::string> names);
 
   // Validates the options and builds the column-level properties: compression and dictionary
   // switch per leaf column, row-group length and format version.
@@ -60,6 +62,7 @@ class ParquetWriterOptions {
   std::vector<std::u16string> mVariableNames;
   std::vector<std::string> mVariableEncoding;
   std::vector<std::string> mVariableCompression;
+  std::vector<std::string> mColumnsWithoutDictionary;
   ::parquet::ParquetVersion::type mVersion;
   bool mStoreArrowSchema = true;
   bool mUseCompliantNestedTypes = true;
