@@ -762,8 +762,24 @@ Status FillMapCells(const Array& chunk, vxArray* cell, int64_t firstRow) {
 
 // List and map columns: one cell row per Arrow row, each converted from its range of the
 // chunk's values (a null row becomes the null element).
-Result<unique_array> ConvertNestedCells(const ArrayVector& chunks, int64_t length) {
+// Whether integers or logicals lie anywhere below type (they may need promoting to double).
+bool HoldsIntegersOrBooleans(const DataType& type) {
+  if (IsIntegerOrBoolean(type)) return true;
+  for (const auto& child : type.fields()) {
+    if (HoldsIntegersOrBooleans(*child->type())) return true;
+  }
+  return false;
+}
+
+Result<unique_array> ConvertNestedCells(const ArrayVector& columnChunks, int64_t length) {
   ARROW_ASSIGN_OR_RAISE(auto cell, host::Allocated(vxCreateCellMatrix(length, 1)));
+  // Integers with nulls become double chunk by chunk; joined first, every row of the column
+  // gets the same class whichever row group its nulls came from.
+  ArrayVector chunks = columnChunks;
+  if (chunks.size() > 1 && HoldsIntegersOrBooleans(*chunks[0]->type())) {
+    ARROW_ASSIGN_OR_RAISE(auto joined, ::arrow::Concatenate(chunks));
+    chunks = {std::move(joined)};
+  }
   int64_t row = 0;
   for (const auto& chunk : chunks) {
     switch (chunk->type_id()) {

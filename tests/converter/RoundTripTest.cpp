@@ -331,6 +331,19 @@ TEST(HostValues, MissingValuesInsideCellsTakeTheirColumnsType) {
   }
 }
 
+// Whether integers become double is decided for the whole column, not per chunk (row group).
+TEST(HostValues, ListsOfIntegersGetOneClassAcrossChunks) {
+  const auto type = arrow::list(arrow::int64());
+  const auto column = std::make_shared<arrow::ChunkedArray>(
+      arrow::ArrayVector{json(type, "[[1, null]]"), json(type, "[[2, 3]]")});
+  const auto table = arrow::Table::Make(arrow::schema({field("c", type)}), {column});
+  const auto host = toHost(table);
+  const vxArray* cells = hostColumn(host.get(), 0);
+  ASSERT_EQ(vxGetNumberOfElements(cells), 2u);
+  EXPECT_EQ(vxGetClassID(vxGetCell(cells, 0)), vxDOUBLE_CLASS);
+  EXPECT_EQ(vxGetClassID(vxGetCell(cells, 1)), vxDOUBLE_CLASS);
+}
+
 TEST(DataTypeNames, FollowTheHostTypeTable) {
   using core::to_vantro_datatype;
   EXPECT_EQ(to_vantro_datatype(arrow::boolean()), "logical");

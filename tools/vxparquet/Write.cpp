@@ -24,6 +24,7 @@
 #include "host/converter/Converter.hpp"
 #include "host/converter/HostValues.hpp"
 #include "host/filter/Expression.hpp"
+#include "host/services/Services.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
@@ -406,6 +407,8 @@ int runWrite(const std::vector<std::string>& words) {
   }
   if (compressions) writer.setVariableCompression(*compressions);
   if (encodings) writer.setVariableEncoding(*encodings);
+  // Without an encoding asked for, columns that a dictionary cannot shrink are written plain.
+  foundation::services::setChooseDictionaryPerColumn(!encodings);
 
   checkInterrupt();
   if (heights) {

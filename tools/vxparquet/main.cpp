@@ -17,6 +17,7 @@
 #include "Cli.hpp"
 #include "host/except/Exception.hpp"
 #include "host/services/Interrupts.hpp"
+#include "host/services/Services.hpp"
 #include "host/vfs/LocalOutput.hpp"
 
 namespace {
@@ -135,6 +136,8 @@ int finish(int status) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Freed pages stay with Arrow's allocator for a while, so a second read reuses them.
+  foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
   foundation::host::initialize();
   startInterruptWatch();
   const std::vector<std::string> args(argv + 1, argv + argc);
