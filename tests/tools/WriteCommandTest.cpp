@@ -46,6 +46,36 @@ TEST_F(WriteCommand, OneCompressionAndEncodingForEveryVariable) {
   }
 }
 
+TEST_F(WriteCommand, CompressionLevelReachesTheCodecOrIsRefused) {
+  std::string rows = "a,b\n";
+  for (int i = 0; i < 20000; ++i) {
+    rows += std::to_string(i % 1000) + ",text" + std::to_string(i % 97) + "\n";
+  }
+  vxtest::writeBytes(csv, rows);
+  const std::string fast = dir.file("fast.parquet");
+  const std::string small = dir.file("small.parquet");
+  ASSERT_EQ(runVxparquet("write " + fast + " --from " + csv +
+                         " --compression zstd "
+                         "--compression-level 1")
+                .exitCode,
+            0);
+  ASSERT_EQ(runVxparquet("write " + small + " --from " + csv +
+                         " --compression zstd "
+                         "--compression-level=19")
+                .exitCode,
+            0);
+  EXPECT_LT(vxtest::readBytes(small).size(), vxtest::readBytes(fast).size());
+
+  // Snappy has no levels; a level that is not a number is a usage mistake.
+  auto result = runVxparquet("write " + out + " --from " + csv +
+                             " --compression snappy --compression-level 3");
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.err.find("VANTRO:parquetio:write:InvalidWrite"), std::string::npos);
+  EXPECT_FALSE(vxtest::fileExists(out));
+  result = runVxparquet("write " + out + " --from " + csv + " --compression-level high");
+  EXPECT_EQ(result.exitCode, 2);
+}
+
 TEST_F(WriteCommand, RowGroupOptions) {
   auto result = runVxparquet("write " + out + " --from " + csv + " --row-group-heights 2,1");
   ASSERT_EQ(result.exitCode, 0) << result.err;

@@ -69,6 +69,8 @@ std::string commandHelp(const std::string& command) {
        "  --version 1.0|2.0               Parquet format version\n"
        "  --row-group-heights 1000,...    explicit row groups; they must add up to the rows\n"
        "  --max-row-group-length N        at most N rows per row group (default 1048576)\n"
+       "  --compression-level N           the codec's level (zstd -7..22, gzip 1..9, brotli "
+       "0..11)\n"
        "example: vxparquet write out.parquet --from in.csv --compression zstd\n"},
   };
   const auto it = texts.find(command);

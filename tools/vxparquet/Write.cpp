@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -327,7 +328,7 @@ int runWrite(const std::vector<std::string>& words) {
       words,
       {"--from", "--from-format", "--delimiter", "--null-values", "--types", "--compression",
        "--compression-per-variable", "--encoding", "--encoding-per-variable", "--version",
-       "--row-group-heights", "--max-row-group-length"},
+       "--row-group-heights", "--max-row-group-length", "--compression-level"},
       {"--no-header"});
   if (args.positional().size() != 1) throw UsageError{"write needs exactly one output file"};
   if (!args.value("--from")) throw UsageError{"write needs --from IN"};
@@ -347,6 +348,16 @@ int runWrite(const std::vector<std::string>& words) {
   std::optional<int64_t> maxLength;
   if (const auto length = args.value("--max-row-group-length")) {
     maxLength = static_cast<int64_t>(parseCount(*length, "--max-row-group-length"));
+  }
+  std::optional<int> compressionLevel;
+  if (const auto level = args.value("--compression-level")) {
+    char* end = nullptr;
+    errno = 0;
+    const long parsed = std::strtol(level->c_str(), &end, 10);
+    if (level->empty() || *end != '\0' || errno != 0 || parsed < INT32_MIN || parsed > INT32_MAX) {
+      throw UsageError{"--compression-level needs a whole number, not '" + *level + "'"};
+    }
+    compressionLevel = static_cast<int>(parsed);
   }
   std::optional<std::vector<double>> heights;
   if (const auto list = args.value("--row-group-heights")) {
@@ -407,6 +418,7 @@ int runWrite(const std::vector<std::string>& words) {
   }
   if (compressions) writer.setVariableCompression(*compressions);
   if (encodings) writer.setVariableEncoding(*encodings);
+  if (compressionLevel) writer.setCompressionLevel(*compressionLevel);
   // Without an encoding asked for, columns that a dictionary cannot shrink are written plain.
   foundation::services::setChooseDictionaryPerColumn(!encodings);
 

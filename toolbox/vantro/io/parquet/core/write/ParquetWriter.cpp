@@ -208,6 +208,11 @@ void ParquetWriter::setMaxRowGroupLength(int64_t length) {
   mOptions.setMaxRowGroupLength(length);
 }
 
+void ParquetWriter::setCompressionLevel(int level) {
+  VANTRO_PARQUET_TRACE();
+  mOptions.setCompressionLevel(level);
+}
+
 void ParquetWriter::setLeafColumnPaths(std::vector<uint64_t> offsets,
                                        std::vector<std::u16string> paths) {
   VANTRO_PARQUET_TRACE();

@@ -48,6 +48,8 @@ class ParquetWriter {
   void setStoreArrowSchema(bool store);
   void setUseCompliantNestedTypes(bool compliant);
   void setMaxRowGroupLength(int64_t length);
+  // Forwarded without a check, like the free setters; counts at the first write.
+  void setCompressionLevel(int level);
 
   // Replaces the leaf column paths of the variables (validated first).
   void setLeafColumnPaths(std::vector<uint64_t> offsets, std::vector<std::u16string> paths);

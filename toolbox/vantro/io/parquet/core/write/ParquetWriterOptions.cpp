@@ -207,6 +207,8 @@ void ParquetWriterOptions::setEncoding(::parquet::WriterProperties::Builder& bui
 std::shared_ptr<::parquet::WriterProperties> ParquetWriterOptions::buildWriterProperties() const {
   validate();
   ::parquet::WriterProperties::Builder builder;
+  // Before the codecs: per-column settings start from the default column's level.
+  if (mCompressionLevel) builder.compression_level(*mCompressionLevel);
   setCompression(builder);
   setEncoding(builder);
   builder.max_row_group_length(mMaxRowGroupLength);

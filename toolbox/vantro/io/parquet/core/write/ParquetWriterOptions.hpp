@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,10 @@ class ParquetWriterOptions {
   void setUseCompliantNestedTypes(bool compliant);
   void setMaxRowGroupLength(int64_t length);
   void setLeafColumnPaths(std::unique_ptr<LeafColumnPaths> paths);
+  // The codec's level for every column (zstd 1..22, gzip 1..9, brotli 0..11, ...); a codec
+  // without levels refuses one when the file is opened. Unset, each codec uses its default.
+  void setCompressionLevel(int level) { mCompressionLevel = level; }
+  std::optional<int> getCompressionLevel() const { return mCompressionLevel; }
   // Top-level flat columns written without a dictionary while no encoding is set.
   void setColumnsWithoutDictionary(std::vector<std::string> names);
 
@@ -67,6 +72,7 @@ class ParquetWriterOptions {
   bool mStoreArrowSchema = true;
   bool mUseCompliantNestedTypes = true;
   int64_t mMaxRowGroupLength = 64 * 1024 * 1024;
+  std::optional<int> mCompressionLevel;
   std::unique_ptr<LeafColumnPaths> mLeafColumnPaths;
 };
 
