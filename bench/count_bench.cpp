@@ -15,6 +15,7 @@
 
 #include "BenchUtil.hpp"
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/info/RowGroupCount.hpp"
 
 namespace {
@@ -49,7 +50,8 @@ std::vector<std::string> writeFiles(const std::string& folder, int count) {
 uint64_t rawArrowCount(const std::string& path) {
   auto file = arrow::io::ReadableFile::Open(path).ValueOrDie();
   std::unique_ptr<parquet::arrow::FileReader> reader;
-  const auto status = parquet::arrow::OpenFile(file, arrow::default_memory_pool(), &reader);
+  const auto status = vantro::io::parquet::core::common::compat::OpenFile(
+      file, arrow::default_memory_pool(), &reader);
   if (!status.ok()) std::abort();
   return static_cast<uint64_t>(reader->parquet_reader()->metadata()->num_row_groups());
 }

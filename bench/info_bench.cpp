@@ -22,6 +22,7 @@
 
 #include "BenchUtil.hpp"
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/info/ParquetInfo.hpp"
 
 namespace {
@@ -108,7 +109,10 @@ int firstLeaf(const parquet::arrow::SchemaField& field) {
 FooterValues rawFooter(const std::string& path) {
   auto file = arrow::io::ReadableFile::Open(path).ValueOrDie();
   std::unique_ptr<parquet::arrow::FileReader> reader;
-  if (!parquet::arrow::OpenFile(file, arrow::default_memory_pool(), &reader).ok()) std::abort();
+  if (!vantro::io::parquet::core::common::compat::OpenFile(file, arrow::default_memory_pool(),
+                                                           &reader)
+           .ok())
+    std::abort();
   std::shared_ptr<arrow::Schema> schema;
   if (!reader->GetSchema(&schema).ok()) std::abort();
   const auto metadata = reader->parquet_reader()->metadata();

@@ -31,6 +31,7 @@
 #include "host/except/Exception.hpp"
 #include "host/services/Services.hpp"
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 #include "toolbox/vantro/io/parquet/core/write/ParquetWriter.hpp"
 
@@ -42,7 +43,8 @@ using vantro::io::parquet::core::write::ParquetWriter;
 arrow::Status arrowReadTable(const std::string& path) {
   ARROW_ASSIGN_OR_RAISE(auto file, arrow::io::ReadableFile::Open(path));
   std::unique_ptr<parquet::arrow::FileReader> reader;
-  ARROW_RETURN_NOT_OK(parquet::arrow::OpenFile(file, arrow::default_memory_pool(), &reader));
+  ARROW_RETURN_NOT_OK(vantro::io::parquet::core::common::compat::OpenFile(
+      file, arrow::default_memory_pool(), &reader));
   reader->set_use_threads(true);
   std::shared_ptr<arrow::Table> table;
   return reader->ReadTable(&table);

@@ -42,6 +42,7 @@
 #include "host/matrix/Matrix.hpp"
 #include "host/services/Services.hpp"
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
@@ -141,9 +142,10 @@ rusage inChild(Fn&& fn) {
 std::shared_ptr<arrow::Table> arrowReadTable(const std::string& path,
                                              const std::vector<int>& columns) {
   std::unique_ptr<parquet::arrow::FileReader> reader;
-  check(parquet::arrow::OpenFile(arrow::io::ReadableFile::Open(path).ValueOrDie(),
-                                 arrow::default_memory_pool(), &reader),
-        "open");
+  check(
+      vantro::io::parquet::core::common::compat::OpenFile(
+          arrow::io::ReadableFile::Open(path).ValueOrDie(), arrow::default_memory_pool(), &reader),
+      "open");
   reader->set_use_threads(true);
   std::shared_ptr<arrow::Table> table;
   check(reader->ReadTable(columns, &table), "ReadTable");
@@ -154,9 +156,10 @@ std::shared_ptr<arrow::Table> arrowReadTable(const std::string& path,
 std::shared_ptr<arrow::Table> adapterReadTable(const std::string& path,
                                                const std::vector<int>& columns) {
   std::unique_ptr<parquet::arrow::FileReader> reader;
-  check(parquet::arrow::OpenFile(vantro::io::parquet::core::common::makeReadableFilePtr(
-                                     foundation::unicode::utf8_to_ustring(path)),
-                                 arrow::default_memory_pool(), &reader),
+  check(vantro::io::parquet::core::common::compat::OpenFile(
+            vantro::io::parquet::core::common::makeReadableFilePtr(
+                foundation::unicode::utf8_to_ustring(path)),
+            arrow::default_memory_pool(), &reader),
         "open");
   reader->set_use_threads(true);
   std::shared_ptr<arrow::Table> table;
@@ -175,7 +178,9 @@ void readRowGroups(const std::string& path, bool throughAdapter) {
     file = arrow::io::ReadableFile::Open(path).ValueOrDie();
   }
   std::unique_ptr<parquet::arrow::FileReader> reader;
-  check(parquet::arrow::OpenFile(file, arrow::default_memory_pool(), &reader), "open");
+  check(vantro::io::parquet::core::common::compat::OpenFile(file, arrow::default_memory_pool(),
+                                                            &reader),
+        "open");
   reader->set_use_threads(true);
   const std::vector<int> columns{0, 1, 2, 3, 4, 5, 6, 7};
   for (int i = 0; i < reader->num_row_groups(); ++i) {

@@ -4,6 +4,7 @@
 #include <parquet/arrow/reader.h>
 
 #include "tests/support/TestSupport.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 
 namespace common = vantro::io::parquet::core::common;
@@ -106,8 +107,8 @@ TEST(ReadableWritableFile, ParquetReadsThroughTheAdapterWithThreads) {
   vxtest::TempDir dir;
   const auto path = vxtest::writeSimpleFile(dir, "t.parquet", 5000, 1000);
   std::unique_ptr<parquet::arrow::FileReader> reader;
-  ASSERT_TRUE(parquet::arrow::OpenFile(common::makeReadableFilePtr(u16(path)),
-                                       arrow::default_memory_pool(), &reader)
+  ASSERT_TRUE(vantro::io::parquet::core::common::compat::OpenFile(
+                  common::makeReadableFilePtr(u16(path)), arrow::default_memory_pool(), &reader)
                   .ok());
   reader->set_use_threads(true);
   std::shared_ptr<arrow::Table> table;

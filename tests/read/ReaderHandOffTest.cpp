@@ -8,6 +8,7 @@
 
 #include "host/converter/Converter.hpp"
 #include "tests/read/ReaderTestSupport.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
 namespace {
@@ -32,9 +33,10 @@ std::shared_ptr<arrow::Table> mixedTable() {
 // Arrow's own read of the file, converted by copying.
 matrix::unique_array copiedRead(const std::string& path, int rowGroup = -1) {
   std::unique_ptr<parquet::arrow::FileReader> reader;
-  EXPECT_TRUE(parquet::arrow::OpenFile(arrow::io::ReadableFile::Open(path).ValueOrDie(),
-                                       arrow::default_memory_pool(), &reader)
-                  .ok());
+  EXPECT_TRUE(
+      vantro::io::parquet::core::common::compat::OpenFile(
+          arrow::io::ReadableFile::Open(path).ValueOrDie(), arrow::default_memory_pool(), &reader)
+          .ok());
   std::shared_ptr<arrow::Table> table;
   EXPECT_TRUE(
       (rowGroup < 0 ? reader->ReadTable(&table) : reader->ReadRowGroup(rowGroup, &table)).ok());

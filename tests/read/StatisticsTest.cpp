@@ -17,6 +17,7 @@
 #include "host/converter/Converter.hpp"
 #include "tests/read/ReaderTestSupport.hpp"
 #include "tests/support/TestSupport.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
@@ -48,8 +49,8 @@ struct Footer {
 
 arrow::Status openFooter(const std::string& path, Footer* footer) {
   ARROW_ASSIGN_OR_RAISE(auto file, arrow::io::ReadableFile::Open(path));
-  ARROW_RETURN_NOT_OK(
-      parquet::arrow::OpenFile(std::move(file), arrow::default_memory_pool(), &footer->reader));
+  ARROW_RETURN_NOT_OK(vantro::io::parquet::core::common::compat::OpenFile(
+      std::move(file), arrow::default_memory_pool(), &footer->reader));
   return footer->reader->GetSchema(&footer->schema);
 }
 

@@ -11,7 +11,12 @@
 #include <sstream>
 
 #include <arrow/io/file.h>
+#include <arrow/util/config.h>
+#if ARROW_VERSION_MAJOR >= 19
+#include <arrow/json/from_string.h>
+#else
 #include <arrow/ipc/json_simple.h>
+#endif
 #include <boost/property_tree/json_parser.hpp>
 
 #include "host/unicode/ustring.hpp"
@@ -78,7 +83,11 @@ void writeTruncatedCopy(const std::string& source, const std::string& target, si
 
 std::shared_ptr<arrow::Array> arrayFromJSON(const std::shared_ptr<arrow::DataType>& type,
                                             const std::string& json) {
+#if ARROW_VERSION_MAJOR >= 19
+  return arrow::json::ArrayFromJSONString(type, json).ValueOrDie();
+#else
   return arrow::ipc::internal::json::ArrayFromJSON(type, json).ValueOrDie();
+#endif
 }
 
 std::shared_ptr<arrow::Table> simpleTable(int64_t rows) {

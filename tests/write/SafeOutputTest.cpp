@@ -16,6 +16,7 @@
 #include "host/vfs/LocalOutput.hpp"
 #include "tests/support/TestSupport.hpp"
 #include "tests/write/WriteTestUtil.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/write/ParquetWriter.hpp"
 
 namespace {
@@ -223,7 +224,7 @@ TEST_F(SafeOutput, AFifoReceivesTheWholeFileAndStays) {
 
   // Parquet's offsets count from the start of the stream, which cannot seek.
   std::unique_ptr<parquet::arrow::FileReader> parquetReader;
-  ASSERT_TRUE(parquet::arrow::OpenFile(
+  ASSERT_TRUE(vantro::io::parquet::core::common::compat::OpenFile(
                   std::make_shared<arrow::io::BufferReader>(arrow::Buffer::FromString(received)),
                   arrow::default_memory_pool(), &parquetReader)
                   .ok());

@@ -14,6 +14,7 @@
 
 #include "host/converter/Converter.hpp"
 #include "host/matrix/Matrix.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 
 namespace vxtest::write {
 
@@ -55,7 +56,8 @@ inline matrix::unique_array hostDoubles(const std::vector<double>& values) {
 inline std::shared_ptr<arrow::Table> readBack(const std::string& path) {
   auto input = arrow::io::ReadableFile::Open(path).ValueOrDie();
   std::unique_ptr<parquet::arrow::FileReader> reader;
-  PARQUET_THROW_NOT_OK(parquet::arrow::OpenFile(input, arrow::default_memory_pool(), &reader));
+  PARQUET_THROW_NOT_OK(vantro::io::parquet::core::common::compat::OpenFile(
+      input, arrow::default_memory_pool(), &reader));
   std::shared_ptr<arrow::Table> table;
   PARQUET_THROW_NOT_OK(reader->ReadTable(&table));
   return table;

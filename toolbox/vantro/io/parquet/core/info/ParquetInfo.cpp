@@ -15,6 +15,7 @@
 #include <boost/exception/diagnostic_information.hpp>
 
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/common/SchemaLeafIndex.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
@@ -27,22 +28,11 @@ namespace {
 namespace severity = foundation::log::severity;
 using foundation::unicode::to_ustring;
 
-// Parquet 11 reads every 2.x footer as its latest 2.x version, so the minor version says
-// nothing about the file: only the major version is reported. PARQUET_2_0 is deprecated but may
-// still be handed to us.
-ARROW_SUPPRESS_DEPRECATION_WARNING
+// Parquet reads every 2.x footer as its latest 2.x version, so the minor version says nothing
+// about the file: only the major version is reported.
 std::string versionText(::parquet::ParquetVersion::type version) {
-  switch (version) {
-    case ::parquet::ParquetVersion::PARQUET_1_0:
-      return "1.0";
-    case ::parquet::ParquetVersion::PARQUET_2_0:
-    case ::parquet::ParquetVersion::PARQUET_2_4:
-    case ::parquet::ParquetVersion::PARQUET_2_6:
-      return "2.0";
-  }
-  return "";
+  return common::compat::isParquetVersion2(version) ? "2.0" : "1.0";
 }
-ARROW_UNSUPPRESS_DEPRECATION_WARNING
 
 // Arrow's codec name in lower case; Arrow's "unknown" means there is nothing to report.
 std::string compressionText(::arrow::Compression::type codec) {
@@ -96,7 +86,7 @@ void ParquetInfo::doBuildInfo() {
   VANTRO_PARQUET_TRACE();
   auto file = common::makeReadableFilePtr(mFilename);
   common::throwReadExceptIfNotOk(
-      ::parquet::arrow::OpenFile(file, ::arrow::default_memory_pool(), &mFileReader), mFilename);
+      common::compat::OpenFile(file, ::arrow::default_memory_pool(), &mFileReader), mFilename);
   mFilename = file->GetFilename();
   const ::arrow::Result<int64_t> size = file->GetSize();
   common::throwReadExceptIfNotOk(size.status(), mFilename);

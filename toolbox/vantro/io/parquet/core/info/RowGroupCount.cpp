@@ -11,6 +11,7 @@
 #include <tbb/task_group.h>
 
 #include "host/services/Interrupts.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
 
@@ -23,7 +24,7 @@ uint64_t countRowGroups(const std::u16string& file) {
   auto adapter = common::makeReadableFilePtr(file);
   std::unique_ptr<::parquet::arrow::FileReader> fileReader;
   const ::arrow::Status status =
-      ::parquet::arrow::OpenFile(adapter, ::arrow::default_memory_pool(), &fileReader);
+      common::compat::OpenFile(adapter, ::arrow::default_memory_pool(), &fileReader);
   common::throwReadExceptIfNotOk(status, file);
   if (utIsSignalThread() != 0) utInterruptState::ThrowIfInterruptPending();
   return static_cast<uint64_t>(fileReader->parquet_reader()->metadata()->num_row_groups());

@@ -22,6 +22,7 @@
 #include "host/services/Services.hpp"
 #include "host/unicode/ustring.hpp"
 #include "host/vfs/AbsoluteIRI.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/common/SchemaLeafIndex.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
@@ -173,8 +174,8 @@ void ParquetReader::init(const std::u16string& filename) {
   mFilename = file->GetFilename();
 
   throwReadExceptIfNotOk(guarded([&] {
-                           return ::parquet::arrow::OpenFile(file, ::arrow::default_memory_pool(),
-                                                             &mFileReader);
+                           return common::compat::OpenFile(file, ::arrow::default_memory_pool(),
+                                                           &mFileReader);
                          }),
                          mFilename);
 

@@ -4,6 +4,7 @@
 #include <unordered_map>
 
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
 
 namespace vantro::io::parquet::core::write {
@@ -13,9 +14,8 @@ using common::throwException;
 
 namespace {
 
-// Parquet's own enumerators for 2.x are deprecated aliases; name the two values by number.
-constexpr auto kVersion1_0 = static_cast<::parquet::ParquetVersion::type>(0);
-constexpr auto kVersion2_0 = static_cast<::parquet::ParquetVersion::type>(1);
+constexpr auto kVersion1_0 = ::parquet::ParquetVersion::PARQUET_1_0;
+constexpr auto kVersion2_0 = common::compat::kParquetVersion2;
 
 const std::unordered_map<std::string, ::arrow::Compression::type>& compressionCodecs() {
   static const std::unordered_map<std::string, ::arrow::Compression::type> codecs = {
@@ -69,16 +69,7 @@ const std::vector<std::string>& ParquetWriterOptions::getVariableCompression() c
 }
 
 const std::string ParquetWriterOptions::getVersion() const {
-  switch (static_cast<int>(mVersion)) {
-    case 0:
-      return "1.0";
-    case 1:
-    case 2:
-    case 3:
-      return "2.0";
-    default:
-      return "";
-  }
+  return common::compat::isParquetVersion2(mVersion) ? "2.0" : "1.0";
 }
 
 bool ParquetWriterOptions::getStoreArrowSchema() const { return mStoreArrowSchema; }

@@ -1,0 +1,44 @@
+#pragma once
+
+// The differences between the Arrow and Parquet releases the library builds on (11, and the
+// newest that the pyarrow wheel carries), in one place. Everything else is written once.
+#include <memory>
+#include <utility>
+
+#include <arrow/io/interfaces.h>
+#include <arrow/memory_pool.h>
+#include <arrow/status.h>
+#include <arrow/util/config.h>
+#include <parquet/arrow/reader.h>
+#include <parquet/properties.h>
+
+namespace vantro::io::parquet::core::common::compat {
+
+// Parquet's Arrow reader over file, into *reader. Newer releases return it as a Result only.
+inline ::arrow::Status OpenFile(std::shared_ptr<::arrow::io::RandomAccessFile> file,
+                                ::arrow::MemoryPool* pool,
+                                std::unique_ptr<::parquet::arrow::FileReader>* reader) {
+#if ARROW_VERSION_MAJOR >= 19
+  ARROW_ASSIGN_OR_RAISE(*reader, ::parquet::arrow::OpenFile(std::move(file), pool));
+  return ::arrow::Status::OK();
+#else
+  return ::parquet::arrow::OpenFile(std::move(file), pool, reader);
+#endif
+}
+
+// What the writer's version "2.0" means: Parquet 11's PARQUET_2_0 (every 2.x feature), which
+// newer releases no longer name; their latest 2.x is the same set of features.
+#if ARROW_VERSION_MAJOR >= 19
+inline constexpr auto kParquetVersion2 = ::parquet::ParquetVersion::PARQUET_2_6;
+#else
+ARROW_SUPPRESS_DEPRECATION_WARNING
+inline constexpr auto kParquetVersion2 = ::parquet::ParquetVersion::PARQUET_2_0;
+ARROW_UNSUPPRESS_DEPRECATION_WARNING
+#endif
+
+// True for Parquet's names of a 2.x format version.
+inline bool isParquetVersion2(::parquet::ParquetVersion::type version) {
+  return version != ::parquet::ParquetVersion::PARQUET_1_0;
+}
+
+}  // namespace vantro::io::parquet::core::common::compat
