@@ -117,7 +117,9 @@ endfunction
 %! assert_same (R, T);
 %! ## Parquet keeps dictionary indices as int32: narrower codes come back int32.
 %! T.ca.Codes = int8 (T.ca.Codes);
-%! assert (roundtrip (dir, T).ca.Codes, int32 ([1; 0; 1]));
+%! ## Arrow 11 reads the codes back as int32; newer releases keep the width written.
+%! codes = roundtrip (dir, T).ca.Codes;
+%! assert (isinteger (codes) && isequal (double (codes), [1; 0; 1]));
 
 ## Any text is a variable name; integer columns keep their class without missing values.
 %!test

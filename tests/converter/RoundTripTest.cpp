@@ -89,7 +89,11 @@ TEST(LossyRoundTrip, IntegersAndLogicalsWithNullsComeBackAsDouble) {
 TEST(LossyRoundTrip, WideAndEncodedTypesComeBackAsTheirPlainForms) {
   expectRoundTrip(oneColumn(json(arrow::large_utf8(), R"(["a", null])")),
                   oneColumn(json(arrow::utf8(), R"(["a", null])")));
-  expectRoundTrip(oneColumn(json(arrow::float16(), "[15360, null]")),  // 1.0 in half
+  // 1.0 as half-float bits (JSON texts of half floats mean bits or values depending on Arrow's
+  // release).
+  arrow::HalfFloatBuilder halves;
+  ASSERT_TRUE(halves.Append(15360).ok() && halves.AppendNull().ok());
+  expectRoundTrip(oneColumn(halves.Finish().ValueOrDie()),
                   oneColumn(json(arrow::float32(), "[1.0, null]")));
   expectRoundTrip(oneColumn(json(arrow::null(), "[null, null]")),
                   oneColumn(json(arrow::float64(), "[null, null]")));

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <arrow/util/config.h>
+
 // Fixtures shared by the test programs.
 #include <functional>
 #include <memory>
@@ -34,6 +36,15 @@ class TempDir {
  private:
   std::string mPath;
 };
+
+// What the build's Arrow writes and reads, where releases differ.
+// The created-by text of files Parquet writes.
+inline const std::string kCreatedBy =
+    std::string("parquet-cpp-arrow version ") + ARROW_VERSION_STRING;
+// The name newer releases give the element field of a list read from Parquet ("item" before).
+inline const std::string kListElementName = ARROW_VERSION_MAJOR >= 19 ? "element" : "item";
+// Parquet 11 writes a distinct count of 0 in every chunk's statistics; newer releases none.
+inline constexpr bool kWritesDistinctCount = ARROW_VERSION_MAJOR < 19;
 
 std::u16string u16(const std::string& utf8);
 std::string u8(const std::u16string& utf16);

@@ -7,6 +7,7 @@
 
 #include "host/except/Exception.hpp"
 #include "tests/support/TestSupport.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 
 namespace {
 
@@ -42,11 +43,11 @@ TEST(ParquetWriterOptions, Defaults) {
   EXPECT_EQ(options.getMaxRowGroupLength(), 67108864);
 
   const auto properties = options.buildWriterProperties();
-  EXPECT_EQ(static_cast<int>(properties->version()), 1);
+  EXPECT_EQ(properties->version(), vantro::io::parquet::core::common::compat::kParquetVersion2);
   EXPECT_EQ(properties->compression(column("any")), ::arrow::Compression::SNAPPY);
   EXPECT_TRUE(properties->dictionary_enabled(column("any")));
   EXPECT_EQ(properties->max_row_group_length(), 67108864);
-  EXPECT_EQ(properties->created_by(), "parquet-cpp-arrow version 11.0.0");
+  EXPECT_EQ(properties->created_by(), vxtest::kCreatedBy);
 
   const auto arrowProperties = options.buildArrowWriterProperties();
   EXPECT_TRUE(arrowProperties->store_schema());

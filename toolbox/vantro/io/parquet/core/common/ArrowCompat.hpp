@@ -9,6 +9,9 @@
 #include <arrow/memory_pool.h>
 #include <arrow/status.h>
 #include <arrow/util/config.h>
+#if ARROW_VERSION_MAJOR >= 21
+#include <arrow/compute/initialize.h>
+#endif
 #include <parquet/arrow/reader.h>
 #include <parquet/properties.h>
 
@@ -35,6 +38,16 @@ ARROW_SUPPRESS_DEPRECATION_WARNING
 inline constexpr auto kParquetVersion2 = ::parquet::ParquetVersion::PARQUET_2_0;
 ARROW_UNSUPPRESS_DEPRECATION_WARNING
 #endif
+
+// Registers Arrow's compute functions (Cast, Take, ...), which newer releases keep in a library
+// of their own that must be initialised once. Idempotent.
+inline ::arrow::Status initializeCompute() {
+#if ARROW_VERSION_MAJOR >= 21
+  return ::arrow::compute::Initialize();
+#else
+  return ::arrow::Status::OK();
+#endif
+}
 
 // True for Parquet's names of a 2.x format version.
 inline bool isParquetVersion2(::parquet::ParquetVersion::type version) {
