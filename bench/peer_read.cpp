@@ -47,7 +47,7 @@ arrow::Status arrowReadTable(const std::string& path) {
       file, arrow::default_memory_pool(), &reader));
   reader->set_use_threads(true);
   std::shared_ptr<arrow::Table> table;
-  return reader->ReadTable(&table);
+  return vantro::io::parquet::core::common::compat::ReadTable(*reader, &table);
 }
 
 // Host tables of the files written so far, read once each.

@@ -148,7 +148,8 @@ std::shared_ptr<arrow::Table> arrowReadTable(const std::string& path,
       "open");
   reader->set_use_threads(true);
   std::shared_ptr<arrow::Table> table;
-  check(reader->ReadTable(columns, &table), "ReadTable");
+  check(vantro::io::parquet::core::common::compat::ReadTable(*reader, columns, &table),
+        "ReadTable");
   return table;
 }
 
@@ -163,7 +164,8 @@ std::shared_ptr<arrow::Table> adapterReadTable(const std::string& path,
         "open");
   reader->set_use_threads(true);
   std::shared_ptr<arrow::Table> table;
-  check(reader->ReadTable(columns, &table), "ReadTable");
+  check(vantro::io::parquet::core::common::compat::ReadTable(*reader, columns, &table),
+        "ReadTable");
   return table;
 }
 
@@ -185,7 +187,8 @@ void readRowGroups(const std::string& path, bool throughAdapter) {
   const std::vector<int> columns{0, 1, 2, 3, 4, 5, 6, 7};
   for (int i = 0; i < reader->num_row_groups(); ++i) {
     std::shared_ptr<arrow::Table> table;
-    check(reader->ReadRowGroup(i, columns, &table), "ReadRowGroup");
+    check(vantro::io::parquet::core::common::compat::ReadRowGroup(*reader, i, columns, &table),
+          "ReadRowGroup");
   }
 }
 

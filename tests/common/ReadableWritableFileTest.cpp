@@ -112,6 +112,6 @@ TEST(ReadableWritableFile, ParquetReadsThroughTheAdapterWithThreads) {
                   .ok());
   reader->set_use_threads(true);
   std::shared_ptr<arrow::Table> table;
-  ASSERT_TRUE(reader->ReadTable(&table).ok());
+  ASSERT_TRUE(vantro::io::parquet::core::common::compat::ReadTable(*reader, &table).ok());
   EXPECT_TRUE(table->Equals(*vxtest::simpleTable(5000)));
 }

@@ -38,8 +38,10 @@ matrix::unique_array copiedRead(const std::string& path, int rowGroup = -1) {
           arrow::io::ReadableFile::Open(path).ValueOrDie(), arrow::default_memory_pool(), &reader)
           .ok());
   std::shared_ptr<arrow::Table> table;
-  EXPECT_TRUE(
-      (rowGroup < 0 ? reader->ReadTable(&table) : reader->ReadRowGroup(rowGroup, &table)).ok());
+  EXPECT_TRUE((rowGroup < 0 ? vantro::io::parquet::core::common::compat::ReadTable(*reader, &table)
+                            : vantro::io::parquet::core::common::compat::ReadRowGroup(
+                                  *reader, rowGroup, &table))
+                  .ok());
   auto host = vantro::io::arrow::core::to_vantro(table);
   EXPECT_TRUE(host.ok()) << host.status().ToString();
   return std::move(host).ValueOrDie();

@@ -229,7 +229,7 @@ TEST_F(SafeOutput, AFifoReceivesTheWholeFileAndStays) {
                   arrow::default_memory_pool(), &parquetReader)
                   .ok());
   std::shared_ptr<arrow::Table> table;
-  ASSERT_TRUE(parquetReader->ReadTable(&table).ok());
+  ASSERT_TRUE(vantro::io::parquet::core::common::compat::ReadTable(*parquetReader, &table).ok());
   EXPECT_EQ(table->num_rows(), 3);
   struct stat info {};
   ASSERT_EQ(::lstat(fifo.c_str(), &info), 0);

@@ -59,7 +59,7 @@ inline std::shared_ptr<arrow::Table> readBack(const std::string& path) {
   PARQUET_THROW_NOT_OK(vantro::io::parquet::core::common::compat::OpenFile(
       input, arrow::default_memory_pool(), &reader));
   std::shared_ptr<arrow::Table> table;
-  PARQUET_THROW_NOT_OK(reader->ReadTable(&table));
+  PARQUET_THROW_NOT_OK(vantro::io::parquet::core::common::compat::ReadTable(*reader, &table));
   return table;
 }
 

@@ -4,10 +4,12 @@
 // newest that the pyarrow wheel carries), in one place. Everything else is written once.
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include <arrow/io/interfaces.h>
 #include <arrow/memory_pool.h>
 #include <arrow/status.h>
+#include <arrow/table.h>
 #include <arrow/util/config.h>
 #if ARROW_VERSION_MAJOR >= 21
 #include <arrow/compute/initialize.h>
@@ -28,6 +30,65 @@ inline ::arrow::Status OpenFile(std::shared_ptr<::arrow::io::RandomAccessFile> f
   return ::parquet::arrow::OpenFile(std::move(file), pool, reader);
 #endif
 }
+
+// Reads of Parquet's Arrow reader into *out; newer releases return the table as a Result.
+#if ARROW_VERSION_MAJOR >= 24
+#define VX_COMPAT_READ(call)         \
+  ARROW_ASSIGN_OR_RAISE(*out, call); \
+  return ::arrow::Status::OK()
+#else
+#define VX_COMPAT_READ(call) return call
+#endif
+
+inline ::arrow::Status ReadTable(::parquet::arrow::FileReader& reader,
+                                 std::shared_ptr<::arrow::Table>* out) {
+#if ARROW_VERSION_MAJOR >= 24
+  VX_COMPAT_READ(reader.ReadTable());
+#else
+  VX_COMPAT_READ(reader.ReadTable(out));
+#endif
+}
+
+inline ::arrow::Status ReadTable(::parquet::arrow::FileReader& reader,
+                                 const std::vector<int>& columns,
+                                 std::shared_ptr<::arrow::Table>* out) {
+#if ARROW_VERSION_MAJOR >= 24
+  VX_COMPAT_READ(reader.ReadTable(columns));
+#else
+  VX_COMPAT_READ(reader.ReadTable(columns, out));
+#endif
+}
+
+inline ::arrow::Status ReadRowGroup(::parquet::arrow::FileReader& reader, int rowGroup,
+                                    const std::vector<int>& columns,
+                                    std::shared_ptr<::arrow::Table>* out) {
+#if ARROW_VERSION_MAJOR >= 24
+  VX_COMPAT_READ(reader.ReadRowGroup(rowGroup, columns));
+#else
+  VX_COMPAT_READ(reader.ReadRowGroup(rowGroup, columns, out));
+#endif
+}
+
+inline ::arrow::Status ReadRowGroup(::parquet::arrow::FileReader& reader, int rowGroup,
+                                    std::shared_ptr<::arrow::Table>* out) {
+#if ARROW_VERSION_MAJOR >= 24
+  VX_COMPAT_READ(reader.ReadRowGroup(rowGroup));
+#else
+  VX_COMPAT_READ(reader.ReadRowGroup(rowGroup, out));
+#endif
+}
+
+inline ::arrow::Status ReadRowGroups(::parquet::arrow::FileReader& reader,
+                                     const std::vector<int>& rowGroups,
+                                     const std::vector<int>& columns,
+                                     std::shared_ptr<::arrow::Table>* out) {
+#if ARROW_VERSION_MAJOR >= 24
+  VX_COMPAT_READ(reader.ReadRowGroups(rowGroups, columns));
+#else
+  VX_COMPAT_READ(reader.ReadRowGroups(rowGroups, columns, out));
+#endif
+}
+#undef VX_COMPAT_READ
 
 // What the writer's version "2.0" means: Parquet 11's PARQUET_2_0 (every 2.x feature), which
 // newer releases no longer name; their latest 2.x is the same set of features.

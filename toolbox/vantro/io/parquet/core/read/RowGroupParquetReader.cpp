@@ -8,6 +8,7 @@
 #include <arrow/table.h>
 #include <parquet/file_reader.h>
 
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
 #include "toolbox/vantro/io/parquet/core/info/RowGroupGeometry.hpp"
 
@@ -147,13 +148,14 @@ std::shared_ptr<::arrow::Table> RowGroupParquetReader::readNext() {
   int64_t footerRowCount = 0;
   if (shouldReadEmptyOnce()) {
     // No row group to read: the whole-file read yields the variables with no rows.
-    status = guarded([&] { return mFileReader->ReadTable(columns, &table); });
+    status = guarded([&] { return common::compat::ReadTable(*mFileReader, columns, &table); });
   } else {
     // Truncate, then make 0-based: entries below 1 reach Arrow as invalid row groups.
     const int rowGroup = toArrowIndex(mRowGroups[mRowGroupIndex], /*truncateFirst=*/true);
     checkDeclaredSizes({rowGroup});
     footerRowCount = footerRows({rowGroup});
-    status = guarded([&] { return mFileReader->ReadRowGroup(rowGroup, columns, &table); });
+    status = guarded(
+        [&] { return common::compat::ReadRowGroup(*mFileReader, rowGroup, columns, &table); });
   }
   throwReadExceptIfNotOk(status, mFilename);
   checkRowCount(table, footerRowCount);
@@ -175,8 +177,9 @@ matrix::unique_array RowGroupParquetReader::readRowGroups(std::vector<double> ro
 
   std::shared_ptr<::arrow::Table> table;
   throwReadExceptIfNotOk(guarded([&] {
-                           return mFileReader->ReadRowGroups(
-                               indices, mSelectedVariables.parquetColumnIndices, &table);
+                           return common::compat::ReadRowGroups(
+                               *mFileReader, indices, mSelectedVariables.parquetColumnIndices,
+                               &table);
                          }),
                          mFilename);
   checkRowCount(table, footerRows(indices));
@@ -197,10 +200,11 @@ matrix::unique_array RowGroupParquetReader::readFullFile() {
   std::iota(allRowGroups.begin(), allRowGroups.end(), 0);
   checkDeclaredSizes(allRowGroups);
   std::shared_ptr<::arrow::Table> table;
-  throwReadExceptIfNotOk(
-      guarded(
-          [&] { return mFileReader->ReadTable(mSelectedVariables.parquetColumnIndices, &table); }),
-      mFilename);
+  throwReadExceptIfNotOk(guarded([&] {
+                           return common::compat::ReadTable(
+                               *mFileReader, mSelectedVariables.parquetColumnIndices, &table);
+                         }),
+                         mFilename);
   checkRowCount(table, footerRows(allRowGroups));
   return toHostTable(std::move(table));
 }
