@@ -14,6 +14,7 @@
 #include <arrow/compute/api_vector.h>
 #include <arrow/compute/cast.h>
 #include <arrow/util/bit_util.h>
+#include <arrow/util/config.h>
 #include <arrow/util/decimal.h>
 #include <tbb/parallel_for.h>
 #include <tbb/task_arena.h>
@@ -817,6 +818,43 @@ Result<unique_array> ConvertStruct(const ArrayVector& chunks, const DataType& ty
   return host::MakeTable(names, std::move(columns));
 }
 
+// Types of newer Arrow releases that hold what an older type holds, in another layout: they
+// convert as that type (text views as text, 32- and 64-bit decimals as 128-bit ones, list
+// views as lists). Null for every other type.
+std::shared_ptr<DataType> PlainFormOf(const DataType& type) {
+#if ARROW_VERSION_MAJOR >= 19
+  switch (type.id()) {
+    case Type::STRING_VIEW:
+      return ::arrow::utf8();
+    case Type::BINARY_VIEW:
+      return ::arrow::binary();
+    case Type::DECIMAL32:
+    case Type::DECIMAL64: {
+      const auto& decimal = static_cast<const ::arrow::DecimalType&>(type);
+      return ::arrow::decimal128(decimal.precision(), decimal.scale());
+    }
+    case Type::LIST_VIEW:
+      return ::arrow::list(type.field(0));
+    case Type::LARGE_LIST_VIEW:
+      return ::arrow::large_list(type.field(0));
+    default:
+      break;
+  }
+#endif
+  (void)type;
+  return nullptr;
+}
+
+Result<unique_array> ConvertAsPlainForm(const ArrayVector& chunks,
+                                        const std::shared_ptr<DataType>& plain, int64_t length) {
+  ArrayVector cast;
+  for (const auto& chunk : chunks) {
+    ARROW_ASSIGN_OR_RAISE(auto datum, ::arrow::compute::Cast(chunk, plain));
+    cast.push_back(datum.make_array());
+  }
+  return ConvertColumn(cast, *plain, length);
+}
+
 Result<unique_array> ConvertColumn(const ArrayVector& chunks, const DataType& type, int64_t length,
                                    Chunks ownership) {
   switch (type.id()) {
@@ -880,6 +918,7 @@ Result<unique_array> ConvertColumn(const ArrayVector& chunks, const DataType& ty
     case Type::STRUCT:
       return ConvertStruct(chunks, type, length);
     default:
+      if (auto plain = PlainFormOf(type)) return ConvertAsPlainForm(chunks, plain, length);
       return Status::TypeError("the host has no value for Arrow type ", type.ToString());
   }
 }
@@ -907,6 +946,7 @@ std::string TableErrorStatusDetail::ToString() const {
 
 std::optional<std::string> to_vantro_datatype(const std::shared_ptr<::arrow::DataType>& type) {
   if (type == nullptr) return std::nullopt;
+  if (auto plain = PlainFormOf(*type)) return to_vantro_datatype(plain);
   switch (type->id()) {
     case Type::BOOL:
       return "logical";
