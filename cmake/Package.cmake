@@ -12,6 +12,17 @@ install(DIRECTORY toolbox host DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   FILES_MATCHING PATTERN "*.hpp" PATTERN "*.h")
 
 set(VX_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/vantro_parquet)
+if(TARGET vx_arrow)
+  # The wheel's libraries and headers, in the wheel's own layout, so that the package works
+  # after the build tree and third_party/ are gone.
+  set(VX_PACKAGE_ARROW_DIR ${CMAKE_INSTALL_LIBDIR}/vantro_parquet/arrow)
+  foreach(lib ${vx_arrow_libraries})
+    install(FILES "${VX_ARROW_WHEEL_DIR}/lib${lib}.so.${VX_ARROW_SO_VERSION}"
+            DESTINATION ${VX_PACKAGE_ARROW_DIR})
+  endforeach()
+  install(DIRECTORY "${VX_ARROW_WHEEL_DIR}/include/arrow" "${VX_ARROW_WHEEL_DIR}/include/parquet"
+          DESTINATION ${VX_PACKAGE_ARROW_DIR}/include)
+endif()
 install(EXPORT vantro_parquetTargets NAMESPACE vantro_parquet:: DESTINATION ${VX_PACKAGE_DIR})
 if(Arrow_FOUND AND Parquet_FOUND)
   set(VX_PACKAGE_SYSTEM_ARROW ON)

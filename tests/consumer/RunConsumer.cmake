@@ -15,6 +15,28 @@ endif()
 
 file(REMOVE_RECURSE ${WORK_DIR})
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${WORK_DIR}/prefix)
+
+# The installed package stands alone: neither its CMake files nor its libraries' search paths
+# point into the source tree (where third_party/ is) or the build tree.
+file(GLOB_RECURSE installed_cmake ${WORK_DIR}/prefix/*.cmake)
+file(GLOB installed_libraries ${WORK_DIR}/prefix/lib/*.so)
+foreach(file ${installed_cmake})
+  file(READ ${file} content)
+  foreach(tree ${SOURCE_DIR} ${BUILD_DIR})
+    string(FIND "${content}" "${tree}" at)
+    if(NOT at EQUAL -1)
+      message(FATAL_ERROR "${file} points into ${tree}")
+    endif()
+  endforeach()
+endforeach()
+foreach(library ${installed_libraries})
+  execute_process(COMMAND readelf -d ${library} OUTPUT_VARIABLE dynamic)
+  string(REGEX MATCH "R(UN)?PATH[^\n]*" search_path "${dynamic}")
+  string(FIND "${search_path}" "${SOURCE_DIR}" at)
+  if(NOT at EQUAL -1)
+    message(FATAL_ERROR "${library} searches ${SOURCE_DIR}: ${search_path}")
+  endif()
+endforeach()
 run(${CMAKE_COMMAND} -S ${PROJECT_DIR} -B ${WORK_DIR}/build -G ${GENERATOR}
     -DCMAKE_PREFIX_PATH=${WORK_DIR}/prefix ${sanitize_flags})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
