@@ -102,16 +102,13 @@ classdef pq_reader < handle
     function T = read (r)
       opts = r.Options;
       opts.RowGroups = r.RowGroups;
-      opts.TextAsSlices = true;
       [T, r.Position] = __pq_mex__ ("next", r.Filename, opts, r.Position);
-      T = pq_from_slices (T);
     endfunction
 
     function T = readall (r)
       opts = r.Options;
       opts.RowGroups = r.RowGroups;
-      opts.TextAsSlices = true;
-      T = pq_from_slices (__pq_mex__ ("read", r.Filename, opts));
+      T = __pq_mex__ ("read", r.Filename, opts);
     endfunction
 
     function reset (r)

@@ -54,7 +54,7 @@ function pq_write (file, T, varargin)
   endif
   opts = pq_options ("pq_write", {"Compression", "Encoding", "Version", "RowGroupHeights", ...
                                   "MaxRowGroupLength"}, varargin);
-  __pq_mex__ ("write", file, pq_to_slices (T), opts);
+  __pq_mex__ ("write", file, T, opts);
 endfunction
 
 %!function T = roundtrip (dir, T, varargin)

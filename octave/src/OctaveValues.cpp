@@ -1,13 +1,17 @@
 #include "OctaveValues.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <set>
 #include <vector>
 
+#include "../arrays/OctaveArrays.h"
 #include "host/converter/HostValues.hpp"
 #include "host/services/Interrupts.hpp"
+#include "host/services/Services.hpp"
 #include "host/unicode/ustring.hpp"
 
 namespace vantro::octave {
@@ -119,24 +123,44 @@ mxArray* emptyDouble() { return mxCreateDoubleMatrix(0, 0, mxREAL); }
 
 // ---- host to Octave -------------------------------------------------------------------------
 
+mxArray* translate(const vxArray* value, const ToOctaveOptions& options);
+
+// Whether translate() gives the value an array made by OctaveArrays.
+bool madeByOctaveArrays(const vxArray* value, const ToOctaveOptions& options) {
+  if (value == nullptr) return false;
+  const vxClassID id = vxGetClassID(value);
+  if (id == vxLOGICAL_CLASS || toMxClass(id) != mxUNKNOWN_CLASS) return true;
+  if (id != vxOBJECT_CLASS) return false;
+  const std::string className = vxGetClassName(value);
+  return className == host::kString ||
+         (options.datesAsDatenum && (className == host::kDatetime || className == host::kDuration));
+}
+
+// The threads the host lets a translation use.
+int threadCount() {
+  return static_cast<int>(
+      std::min<int64_t>(foundation::services::getNumComputationalThreads(), 64));
+}
+
+// An array made by OctaveArrays, or the host's failure when Octave could not allocate it.
+mxArray* made(mxArray* array) {
+  if (array == nullptr) throw std::bad_alloc();
+  return array;
+}
+
 mxArray* numericToOctave(const vxArray* value) {
   const mxClassID mxClass = toMxClass(vxGetClassID(value));
   if (vxIsComplex(value)) {
     fail("UnsupportedValue", "complex host values have no Octave translation here");
   }
-  mxArray* out = mxCreateUninitNumericMatrix(vxGetM(value), vxGetN(value), mxClass, mxREAL);
-  const size_t bytes = vxGetNumberOfElements(value) * vxGetElementSize(value);
-  if (bytes > 0) std::memcpy(mxGetData(out), vxGetData(value), bytes);
-  return out;
+  return made(
+      vxoct_numeric_array(mxClass, vxGetData(value), vxGetM(value), vxGetN(value), threadCount()));
 }
 
 mxArray* logicalToOctave(const vxArray* value) {
-  mxArray* out = mxCreateLogicalMatrix(vxGetM(value), vxGetN(value));
-  const size_t count = vxGetNumberOfElements(value);
-  const vxLogical* in = vxGetLogicals(value);
-  mxLogical* data = mxGetLogicals(out);
-  for (size_t i = 0; i < count; ++i) data[i] = in[i] ? 1 : 0;
-  return out;
+  static_assert(sizeof(vxLogical) == 1, "host logicals are one byte each");
+  return made(vxoct_logical_array(reinterpret_cast<const uint8_t*>(vxGetLogicals(value)),
+                                  vxGetM(value), vxGetN(value)));
 }
 
 mxArray* charToOctave(const vxArray* value) {
@@ -160,6 +184,7 @@ mxArray* charToOctave(const vxArray* value) {
   return mxCreateCharMatrixFromStrings(m, pointers.data());
 }
 
+// An Rx1 cellstr of the texts, made by OctaveArrays.
 mxArray* stringObjectToOctave(const vxArray* value) {
   const vxArray* data = vxGetField(value, 0, host::kData);
   const vxArray* offsets = vxGetField(value, 0, host::kOffsets);
@@ -174,63 +199,14 @@ mxArray* stringObjectToOctave(const vxArray* value) {
   const vxLogical* isMissing =
       missing && vxGetNumberOfElements(missing) == rows ? vxGetLogicals(missing) : nullptr;
 
-  mxArray* cells = mxCreateCellMatrix(rows, 1);
-  std::string text;
   for (size_t r = 0; r < rows; ++r) {
-    if (isMissing && isMissing[r]) {
-      mxSetCell(cells, r, emptyDouble());
-      continue;
-    }
-    if (bounds[r] > bounds[r + 1] || bounds[r + 1] > unitCount) {
+    if (!(isMissing && isMissing[r]) && (bounds[r] > bounds[r + 1] || bounds[r + 1] > unitCount)) {
       fail("UnsupportedValue", "a string object whose offsets run past its data");
     }
-    text.clear();
-    appendUtf8(units + bounds[r], bounds[r + 1] - bounds[r], text);
-    mxSetCell(cells, r, charRow(text));
   }
-  return cells;
-}
-
-// The text slices of a "string" object (see OctaveValues.hpp).
-mxArray* stringObjectToSlices(const vxArray* value) {
-  const vxArray* data = vxGetField(value, 0, host::kData);
-  const vxArray* offsets = vxGetField(value, 0, host::kOffsets);
-  const vxArray* missing = vxGetField(value, 0, host::kMissing);
-  const size_t rows = vxGetNumberOfElements(offsets) == 0 ? 0 : vxGetNumberOfElements(offsets) - 1;
-  const auto* bounds = static_cast<const uint64_t*>(vxGetData(offsets));
-  const vxChar* units = data ? vxGetChars(data) : nullptr;
-  const size_t unitCount = data ? vxGetNumberOfElements(data) : 0;
-  const vxLogical* isMissing =
-      missing && vxGetNumberOfElements(missing) == rows ? vxGetLogicals(missing) : nullptr;
-
-  std::string bytes;
-  bytes.reserve(unitCount);
-  mxArray* starts = mxCreateUninitNumericMatrix(rows, 1, mxDOUBLE_CLASS, mxREAL);
-  mxArray* ends = mxCreateUninitNumericMatrix(rows, 1, mxDOUBLE_CLASS, mxREAL);
-  mxArray* missingOut = mxCreateLogicalMatrix(rows, 1);
-  double* first = mxGetPr(starts);
-  double* last = mxGetPr(ends);
-  mxLogical* absent = mxGetLogicals(missingOut);
-  for (size_t r = 0; r < rows; ++r) {
-    first[r] = static_cast<double>(bytes.size()) + 1;
-    if (isMissing && isMissing[r]) {
-      absent[r] = 1;
-    } else {
-      if (bounds[r] > bounds[r + 1] || bounds[r + 1] > unitCount) {
-        fail("UnsupportedValue", "a string object whose offsets run past its data");
-      }
-      appendUtf8(units + bounds[r], bounds[r + 1] - bounds[r], bytes);
-    }
-    last[r] = static_cast<double>(bytes.size());
-  }
-  const char* names[] = {kTypeField, "Data", "Starts", "Ends", "Missing"};
-  mxArray* out = mxCreateStructMatrix(1, 1, 5, names);
-  mxSetFieldByNumber(out, 0, 0, charRow(kTextSlices));
-  mxSetFieldByNumber(out, 0, 1, charRow(bytes));
-  mxSetFieldByNumber(out, 0, 2, starts);
-  mxSetFieldByNumber(out, 0, 3, ends);
-  mxSetFieldByNumber(out, 0, 4, missingOut);
-  return out;
+  static_assert(sizeof(vxLogical) == 1, "host logicals are one byte each");
+  return made(vxoct_text_column(units, bounds, reinterpret_cast<const uint8_t*>(isMissing), rows,
+                                threadCount()));
 }
 
 // Day numbers of datetime or duration ticks; NaN where missing.
@@ -244,8 +220,7 @@ mxArray* ticksAsDays(const vxArray* value, bool isDatetime) {
   if (unit == "ns") perDay = 86400e9;
   if (unit == "day") perDay = 1.0;
   const size_t rows = ticks ? vxGetNumberOfElements(ticks) : 0;
-  mxArray* out = mxCreateUninitNumericMatrix(rows, 1, mxDOUBLE_CLASS, mxREAL);
-  double* days = mxGetPr(out);
+  std::vector<double> days(rows);
   const auto* counts = ticks ? static_cast<const int64_t*>(vxGetData(ticks)) : nullptr;
   const vxLogical* isMissing =
       missing && vxGetNumberOfElements(missing) == rows ? vxGetLogicals(missing) : nullptr;
@@ -254,7 +229,7 @@ mxArray* ticksAsDays(const vxArray* value, bool isDatetime) {
     days[r] = isMissing && isMissing[r] ? std::numeric_limits<double>::quiet_NaN()
                                         : origin + static_cast<double>(counts[r]) / perDay;
   }
-  return out;
+  return made(vxoct_numeric_array(mxDOUBLE_CLASS, days.data(), rows, 1, threadCount()));
 }
 
 mxArray* structLike(const vxArray* value, size_t m, size_t n, bool typeFirst,
@@ -281,15 +256,9 @@ mxArray* objectToOctave(const vxArray* value, const ToOctaveOptions& options) {
     std::vector<const char*> pointers;
     for (const auto& name : fieldNames) pointers.push_back(name.c_str());
     mxArray* out = mxCreateStructMatrix(1, 1, static_cast<int>(count), pointers.data());
-    // Slices for this table's own text columns only; nested values come as they are.
-    ToOctaveOptions nested = options;
-    nested.textAsSlices = false;
     for (size_t i = 0; i < count; ++i) {
       const vxArray* column = columns ? vxGetCell(columns, i) : nullptr;
-      mxSetFieldByNumber(out, 0, static_cast<int>(i),
-                         options.textAsSlices && column && host::IsObject(column, host::kString)
-                             ? stringObjectToSlices(column)
-                             : toOctave(column, nested));
+      mxSetFieldByNumber(out, 0, static_cast<int>(i), translate(column, options));
       // Ctrl-C also stops a long translation, between columns.
       if (utIsSignalThread() != 0) utInterruptState::ThrowIfInterruptPending();
     }
@@ -315,10 +284,36 @@ mxArray* structLike(const vxArray* value, size_t m, size_t n, bool typeFirst,
     if (typeFirst) mxSetFieldByNumber(out, i, 0, charRow(vxGetClassName(value)));
     for (int f = 0; f < fieldCount; ++f) {
       mxSetFieldByNumber(out, i, f + shift,
-                         toOctave(vxGetField(value, i, names[f + shift]), options));
+                         translate(vxGetField(value, i, names[f + shift]), options));
     }
   }
   return out;
+}
+
+mxArray* translate(const vxArray* value, const ToOctaveOptions& options) {
+  if (value == nullptr) return emptyDouble();
+  const vxClassID id = vxGetClassID(value);
+  switch (id) {
+    case vxLOGICAL_CLASS:
+      return logicalToOctave(value);
+    case vxCHAR_CLASS:
+      return charToOctave(value);
+    case vxCELL_CLASS: {
+      mxArray* out = mxCreateCellMatrix(vxGetM(value), vxGetN(value));
+      const size_t count = vxGetNumberOfElements(value);
+      for (size_t i = 0; i < count; ++i) {
+        mxSetCell(out, i, translate(vxGetCell(value, i), options));
+      }
+      return out;
+    }
+    case vxSTRUCT_CLASS:
+      return structLike(value, vxGetM(value), vxGetN(value), false, options);
+    case vxOBJECT_CLASS:
+      return objectToOctave(value, options);
+    default:
+      if (toMxClass(id) != mxUNKNOWN_CLASS) return numericToOctave(value);
+      fail("UnsupportedValue", "a host value of unknown class");
+  }
 }
 
 // ---- Octave to host -------------------------------------------------------------------------
@@ -336,46 +331,54 @@ bool isCharRow(const mxArray* value) {
   return mxIsChar(value) && mxGetNumberOfDimensions(value) == 2 && mxGetM(value) <= 1;
 }
 
-bool isNullElement(const mxArray* value) {
-  return mxIsDouble(value) && mxGetM(value) == 0 && mxGetN(value) == 0;
-}
-
-// A cell of char rows, with [] for missing texts and at least one text.
-bool isTextCell(const mxArray* value) {
-  const size_t count = mxGetNumberOfElements(value);
-  bool anyText = false;
-  for (size_t i = 0; i < count; ++i) {
-    const mxArray* element = mxGetCell(value, i);
-    if (element != nullptr && isCharRow(element)) {
-      anyText = true;
-    } else if (element != nullptr && !isNullElement(element)) {
-      return false;
+// UTF-16 units of one UTF-8 text; a broken sequence decodes to U+FFFD.
+size_t unitsOf(const uint8_t* bytes, size_t count, char16_t* out) {
+  size_t ascii = 0;
+  while (ascii < count && bytes[ascii] < 0x80) ++ascii;
+  if (out != nullptr) std::copy(bytes, bytes + ascii, out);
+  size_t units = ascii;
+  for (size_t i = ascii; i < count;) {
+    const char32_t c = foundation::unicode::decodeUtf8(bytes, count, i);
+    if (c < 0x10000) {
+      if (out != nullptr) out[units] = static_cast<char16_t>(c);
+      units += 1;
+    } else {
+      if (out != nullptr) {
+        out[units] = static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10));
+        out[units + 1] = static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
+      }
+      units += 2;
     }
   }
-  return anyText;
+  return units;
 }
 
+// A "string" object of a cell made of char rows and [] with at least one text, read in place
+// from Octave's own arrays; NULL for any other cell.
 matrix::unique_array textCellToHost(const mxArray* value) {
   const size_t rows = mxGetNumberOfElements(value);
-  std::u16string data;
+  std::vector<const char*> texts(rows);
+  std::vector<uint64_t> lengths(rows);
+  std::vector<uint8_t> absent(rows);
+  if (!vxoct_cell_texts(value, rows, texts.data(), lengths.data(), absent.data()) ||
+      std::count(absent.begin(), absent.end(), 1) == static_cast<std::ptrdiff_t>(rows)) {
+    return nullptr;
+  }
+  const auto bytesOf = [&](size_t r) { return reinterpret_cast<const uint8_t*>(texts[r]); };
   auto offsets = checked(vxCreateUninitNumericMatrix(rows + 1, 1, vxUINT64_CLASS, vxREAL));
   auto missing = checked(vxCreateLogicalMatrix(rows, 1));
   auto* bounds = static_cast<uint64_t*>(vxGetData(offsets.get()));
   vxLogical* isMissing = vxGetLogicals(missing.get());
   bounds[0] = 0;
   for (size_t r = 0; r < rows; ++r) {
-    const mxArray* element = mxGetCell(value, r);
-    if (element == nullptr || !mxIsChar(element)) {
-      isMissing[r] = true;
-    } else {
-      const size_t bytes = mxGetNumberOfElements(element);
-      data += foundation::unicode::utf8_to_ustring(
-          std::string_view(static_cast<const char*>(mxGetChars(element)), bytes));
-    }
-    bounds[r + 1] = data.size();
+    isMissing[r] = absent[r] != 0;
+    bounds[r + 1] = bounds[r] + (isMissing[r] ? 0 : unitsOf(bytesOf(r), lengths[r], nullptr));
   }
-  auto units = checked(vxCreateUninitCharArray(1, data.size()));
-  if (!data.empty()) std::memcpy(vxGetChars(units.get()), data.data(), data.size() * 2);
+  auto units = checked(vxCreateUninitCharArray(1, bounds[rows]));
+  auto* out = reinterpret_cast<char16_t*>(vxGetChars(units.get()));
+  for (size_t r = 0; r < rows; ++r) {
+    if (!isMissing[r]) unitsOf(bytesOf(r), lengths[r], out + bounds[r]);
+  }
   std::vector<host::Field> fields;
   fields.emplace_back(host::kData, std::move(units));
   fields.emplace_back(host::kOffsets, std::move(offsets));
@@ -386,7 +389,7 @@ matrix::unique_array textCellToHost(const mxArray* value) {
 }
 
 matrix::unique_array cellToHost(const mxArray* value) {
-  if (isTextCell(value)) return textCellToHost(value);
+  if (auto texts = textCellToHost(value)) return texts;
   auto cells = checked(vxCreateCellMatrix(mxGetM(value), mxGetN(value)));
   const size_t count = mxGetNumberOfElements(value);
   for (size_t i = 0; i < count; ++i) {
@@ -395,58 +398,6 @@ matrix::unique_array cellToHost(const mxArray* value) {
               element ? toHost(element).release() : vxCreateDoubleMatrix(0, 0, vxREAL));
   }
   return cells;
-}
-
-// A string object from text slices with byte lengths (see OctaveValues.hpp).
-matrix::unique_array textSlicesToHost(const mxArray* value) {
-  const mxArray* data = mxGetField(value, 0, "Data");
-  const mxArray* lengths = mxGetField(value, 0, "Lengths");
-  const mxArray* missing = mxGetField(value, 0, "Missing");
-  if (data == nullptr || !mxIsChar(data) || lengths == nullptr || !mxIsDouble(lengths) ||
-      missing == nullptr || !mxIsLogical(missing) ||
-      mxGetNumberOfElements(missing) != mxGetNumberOfElements(lengths)) {
-    fail("InvalidArgument", "malformed text slices");
-  }
-  const size_t rows = mxGetNumberOfElements(lengths);
-  const auto* bytes = reinterpret_cast<const uint8_t*>(mxGetChars(data));
-  const size_t byteCount = mxGetNumberOfElements(data);
-  const double* length = mxGetPr(lengths);
-  const mxLogical* absent = mxGetLogicals(missing);
-
-  std::u16string units;
-  units.reserve(byteCount);
-  auto offsets = checked(vxCreateUninitNumericMatrix(rows + 1, 1, vxUINT64_CLASS, vxREAL));
-  auto missingOut = checked(vxCreateLogicalMatrix(rows, 1));
-  auto* bounds = static_cast<uint64_t*>(vxGetData(offsets.get()));
-  vxLogical* isMissing = vxGetLogicals(missingOut.get());
-  size_t position = 0;
-  bounds[0] = 0;
-  for (size_t r = 0; r < rows; ++r) {
-    isMissing[r] = absent[r] != 0;
-    const size_t end = position + static_cast<size_t>(length[r]);
-    if (!(length[r] >= 0) || end > byteCount) fail("InvalidArgument", "malformed text slices");
-    // Each row decodes on its own, so that a broken sequence never swallows the next row.
-    for (size_t i = position; i < end;) {
-      const char32_t c = foundation::unicode::decodeUtf8(bytes, end, i);
-      if (c < 0x10000) {
-        units.push_back(static_cast<char16_t>(c));
-      } else {
-        units.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
-        units.push_back(static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
-      }
-    }
-    position = end;
-    bounds[r + 1] = units.size();
-  }
-  auto text = checked(vxCreateUninitCharArray(1, units.size()));
-  if (!units.empty()) std::memcpy(vxGetChars(text.get()), units.data(), units.size() * 2);
-  std::vector<host::Field> fields;
-  fields.emplace_back(host::kData, std::move(text));
-  fields.emplace_back(host::kOffsets, std::move(offsets));
-  fields.emplace_back(host::kMissing, std::move(missingOut));
-  auto object = host::MakeObject(host::kString, std::move(fields));
-  if (!object.ok()) fail("OutOfMemory", object.status().ToString());
-  return std::move(object).ValueUnsafe();
 }
 
 // The object class a struct stands for, or empty for a table.
@@ -459,7 +410,7 @@ std::string objectClassOf(const mxArray* value) {
   for (const char* known : kObjectClasses) {
     if (className == known) return className;
   }
-  return className == kTextSlices ? className : std::string();
+  return {};
 }
 
 matrix::unique_array structToHost(const mxArray* value) {
@@ -468,7 +419,6 @@ matrix::unique_array structToHost(const mxArray* value) {
   }
   const int fieldCount = mxGetNumberOfFields(value);
   const std::string className = objectClassOf(value);
-  if (className == kTextSlices) return textSlicesToHost(value);
   if (!className.empty()) {
     std::vector<host::Field> fields;
     for (int f = 1; f < fieldCount; ++f) {
@@ -529,29 +479,13 @@ std::string textOf(const mxArray* value, const char* what) {
 }
 
 mxArray* toOctave(const vxArray* value, const ToOctaveOptions& options) {
-  if (value == nullptr) return emptyDouble();
-  const vxClassID id = vxGetClassID(value);
-  switch (id) {
-    case vxLOGICAL_CLASS:
-      return logicalToOctave(value);
-    case vxCHAR_CLASS:
-      return charToOctave(value);
-    case vxCELL_CLASS: {
-      mxArray* out = mxCreateCellMatrix(vxGetM(value), vxGetN(value));
-      const size_t count = vxGetNumberOfElements(value);
-      for (size_t i = 0; i < count; ++i) {
-        mxSetCell(out, i, toOctave(vxGetCell(value, i), options));
-      }
-      return out;
-    }
-    case vxSTRUCT_CLASS:
-      return structLike(value, vxGetM(value), vxGetN(value), false, options);
-    case vxOBJECT_CLASS:
-      return objectToOctave(value, options);
-    default:
-      if (toMxClass(id) != mxUNKNOWN_CLASS) return numericToOctave(value);
-      fail("UnsupportedValue", "a host value of unknown class");
-  }
+  mxArray* out = translate(value, options);
+  if (!madeByOctaveArrays(value, options)) return out;
+  // Arrays made by OctaveArrays belong to no MEX call until a struct or cell made by the MEX
+  // interface holds them; a registered copy is freed with the call if Octave never takes it.
+  mxArray* registered = mxDuplicateArray(out);
+  mxDestroyArray(out);
+  return registered;
 }
 
 matrix::unique_array toHost(const mxArray* value) {

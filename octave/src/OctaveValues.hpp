@@ -1,7 +1,9 @@
 #pragma once
 
-// Translation between the host's values (host/matrix) and Octave's arrays, through the MEX
-// interface only: Octave's C++ API uses the other std::string ABI, the MEX API is plain C.
+// Translation between the host's values (host/matrix) and Octave's arrays. This side sees
+// Octave through the MEX interface only (plain C; Octave's C++ API uses the other std::string
+// ABI); columns are made by OctaveArrays (../arrays), Octave's own C++ API behind a C
+// interface, so that Octave takes them back without copying.
 //
 // Host value                        Octave value
 // table object (Names, Columns)     1x1 struct, one field per variable, each an Rx1 column
@@ -28,17 +30,7 @@ namespace vantro::octave {
 struct ToOctaveOptions {
   // Datetimes and durations as day numbers (datenum: days since 0000-01-00; durations: days).
   bool datesAsDatenum = false;
-  // The text columns of a top-level table as text slices (below), which the package's .m
-  // functions turn into cellstr with Octave's cellslices: one Octave value per text made by
-  // Octave itself costs a fraction of one made through the MEX interface.
-  bool textAsSlices = false;
 };
-
-// Text slices: a 1x1 struct with Type "pq:text", Data (1xB char: the UTF-8 bytes of every
-// row), Starts and Ends (Rx1 double, 1-based and inclusive; Ends < Starts for an empty text)
-// and Missing (Rx1 logical). toHost takes the same struct with Lengths (Rx1 double, bytes)
-// in place of Starts and Ends.
-inline constexpr const char* kTextSlices = "pq:text";
 
 // An error raised by the translation itself, with an identifier of the binding.
 struct TranslationError {

@@ -85,7 +85,6 @@ ToOctaveOptions translationOptions(const mxArray* options) {
       invalid("DatesAs must be \"ticks\" or \"datenum\"");
     translation.datesAsDatenum = choice == "datenum";
   }
-  translation.textAsSlices = optionOf(options, "TextAsSlices").has_value();
   return translation;
 }
 

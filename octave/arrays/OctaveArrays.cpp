@@ -1,0 +1,302 @@
+// Built with Octave's std::string ABI and C++ API; see OctaveArrays.h.
+#include <octave/oct.h>
+
+#include <octave/Cell.h>
+#include <octave/mxarray.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <new>
+#include <thread>
+#include <vector>
+
+#include "OctaveArrays.h"
+
+namespace {
+
+// A view of part of a char row that shares the row's storage, as Octave's own A(i:j) does.
+class CharSlice : public Array<char> {
+ public:
+  CharSlice(const Array<char>& row, octave_idx_type begin, octave_idx_type end)
+      : Array<char>(row, dim_vector(1, end - begin), begin, end) {}
+};
+
+// Runs work(0) .. work(parts - 1), parts 1 and up on threads of their own where they can be
+// had. Returns false when a part failed; every thread has ended by then.
+bool runParts(size_t parts, const std::function<void(size_t)>& work) {
+  std::atomic<bool> failed{false};
+  const auto runPart = [&](size_t part) noexcept {
+    try {
+      work(part);
+    } catch (...) {
+      failed = true;
+    }
+  };
+  std::vector<std::thread> workers;
+  size_t part = 1;
+  try {
+    for (; part < parts; ++part) workers.emplace_back(runPart, part);
+  } catch (const std::exception&) {
+    // No thread to be had: this one does the rest.
+    for (; part < parts; ++part) runPart(part);
+  }
+  runPart(0);
+  for (auto& worker : workers) worker.join();
+  return !failed;
+}
+
+// How many parts `count` items split into: below `perPart` items a thread costs more than it
+// saves.
+size_t partsFor(size_t count, size_t perPart, int threads) {
+  return std::max<size_t>(
+      1, std::min<size_t>(static_cast<size_t>(std::max(threads, 1)), count / perPart));
+}
+
+// A copy of the data as an Octave array. The storage is taken from operator new and adopted,
+// not made by the array, which would first fill it with zeros on one thread; the copy is split
+// across threads, so that the first touch of fresh pages is too.
+template <typename OctaveArray>
+octave_value copiedArray(const void* data, size_t m, size_t n, int threads) {
+  using Element = typename OctaveArray::element_type;
+  const size_t bytes = m * n * sizeof(Element);
+  auto* storage = static_cast<Element*>(::operator new(bytes));
+  constexpr size_t kBytesPerThread = 4 << 20;
+  const size_t parts = partsFor(bytes, kBytesPerThread, threads);
+  const size_t step = (bytes / parts + 63) & ~size_t{63};
+  runParts(parts, [&](size_t part) {
+    const size_t first = std::min(bytes, part * step);
+    const size_t last = std::min(bytes, first + step);
+    std::memcpy(reinterpret_cast<char*>(storage) + first, static_cast<const char*>(data) + first,
+                last - first);
+  });
+  std::unique_ptr<Array<Element>> adopted;
+  try {
+    adopted = std::make_unique<Array<Element>>(
+        storage, dim_vector(static_cast<octave_idx_type>(m), static_cast<octave_idx_type>(n)));
+  } catch (...) {
+    ::operator delete(storage);
+    throw;
+  }
+  return octave_value(OctaveArray(*adopted));
+}
+
+octave_value numericValue(mxClassID id, const void* data, size_t m, size_t n, int threads) {
+  switch (id) {
+    case mxDOUBLE_CLASS:
+      return copiedArray<NDArray>(data, m, n, threads);
+    case mxSINGLE_CLASS:
+      return copiedArray<FloatNDArray>(data, m, n, threads);
+    case mxINT8_CLASS:
+      return copiedArray<int8NDArray>(data, m, n, threads);
+    case mxUINT8_CLASS:
+      return copiedArray<uint8NDArray>(data, m, n, threads);
+    case mxINT16_CLASS:
+      return copiedArray<int16NDArray>(data, m, n, threads);
+    case mxUINT16_CLASS:
+      return copiedArray<uint16NDArray>(data, m, n, threads);
+    case mxINT32_CLASS:
+      return copiedArray<int32NDArray>(data, m, n, threads);
+    case mxUINT32_CLASS:
+      return copiedArray<uint32NDArray>(data, m, n, threads);
+    case mxINT64_CLASS:
+      return copiedArray<int64NDArray>(data, m, n, threads);
+    case mxUINT64_CLASS:
+      return copiedArray<uint64NDArray>(data, m, n, threads);
+    default:
+      return octave_value();
+  }
+}
+
+// Wraps the value the way Octave wraps a MEX function's arguments: the value itself, no copy.
+mxArray* wrapped(const octave_value& value) {
+  if (value.is_undefined()) return nullptr;
+  return new mxArray(false, value);
+}
+
+// The next code point of UTF-16 units at position i (advanced past it); an unpaired
+// surrogate reads as U+FFFD.
+char32_t nextCodePoint(const uint16_t* units, uint64_t end, uint64_t& i) {
+  const char32_t unit = units[i++];
+  if (unit < 0xD800 || unit > 0xDFFF) return unit;
+  if (unit <= 0xDBFF && i < end && units[i] >= 0xDC00 && units[i] <= 0xDFFF) {
+    return 0x10000 + ((unit - 0xD800) << 10) + (units[i++] - 0xDC00);
+  }
+  return 0xFFFD;
+}
+
+size_t utf8Length(char32_t c) { return c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4; }
+
+char* putUtf8(char32_t c, char* out) {
+  if (c < 0x80) {
+    *out++ = static_cast<char>(c);
+  } else if (c < 0x800) {
+    *out++ = static_cast<char>(0xC0 | (c >> 6));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    *out++ = static_cast<char>(0xE0 | (c >> 12));
+    *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  } else {
+    *out++ = static_cast<char>(0xF0 | (c >> 18));
+    *out++ = static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+    *out++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    *out++ = static_cast<char>(0x80 | (c & 0x3F));
+  }
+  return out;
+}
+
+bool isAbsent(const uint8_t* missing, size_t row) { return missing != nullptr && missing[row]; }
+
+// UTF-8 bytes of rows [first, last), each row decoded on its own so that a broken pair never
+// reaches into the next row.
+size_t utf8Bytes(const uint16_t* units, const uint64_t* offsets, const uint8_t* missing,
+                 size_t first, size_t last) {
+  size_t bytes = 0;
+  for (size_t r = first; r < last; ++r) {
+    if (isAbsent(missing, r)) continue;
+    for (uint64_t i = offsets[r]; i < offsets[r + 1];) {
+      bytes += utf8Length(nextCodePoint(units, offsets[r + 1], i));
+    }
+  }
+  return bytes;
+}
+
+// Constructs elements [first, last) of the text column in raw storage, counting them in
+// `made`. Each part has its own block of bytes and its own [] and empty text, and the storage
+// never held Octave's shared empty value: threads that count references to one shared value
+// spend their time contending for it.
+void makeTexts(octave_value* storage, const uint16_t* units, const uint64_t* offsets,
+               const uint8_t* missing, size_t first, size_t last, size_t& made) {
+  const octave_value absent = octave_value(Matrix());
+  const octave_value empty = octave_value(charNDArray(), '\'');
+  Array<char> part(
+      dim_vector(1, static_cast<octave_idx_type>(utf8Bytes(units, offsets, missing, first, last))));
+  char* const begin = part.fortran_vec();
+  char* out = begin;
+  // Counted here, not in `made`: the parts' counts share a cache line.
+  size_t r = first;
+  try {
+    for (; r < last; ++r) {
+      if (isAbsent(missing, r)) {
+        new (storage + r) octave_value(absent);
+        continue;
+      }
+      const octave_idx_type start = out - begin;
+      for (uint64_t i = offsets[r]; i < offsets[r + 1];) {
+        out = putUtf8(nextCodePoint(units, offsets[r + 1], i), out);
+      }
+      if (out == begin + start) {
+        new (storage + r) octave_value(empty);
+      } else {
+        new (storage + r) octave_value(CharSlice(part, start, out - begin), '\'');
+      }
+    }
+  } catch (...) {
+    made = r - first;
+    throw;
+  }
+  made = r - first;
+}
+
+octave_value textColumn(const uint16_t* units, const uint64_t* offsets, const uint8_t* missing,
+                        size_t rows, int threads) {
+  // Raw storage that an Array adopts once every element is made (it must come from operator
+  // new); a Cell made up front would hold Octave's shared empty value in every element.
+  auto* storage = static_cast<octave_value*>(::operator new(rows * sizeof(octave_value)));
+
+  constexpr size_t kRowsPerThread = 65536;
+  const size_t parts = partsFor(rows, kRowsPerThread, threads);
+  const size_t step = (rows + parts - 1) / parts;
+  std::vector<size_t> made(parts, 0);
+  const bool ok = runParts(parts, [&](size_t part) {
+    makeTexts(storage, units, offsets, missing, std::min(rows, part * step),
+              std::min(rows, (part + 1) * step), made[part]);
+  });
+  if (ok) {
+    std::unique_ptr<Array<octave_value>> adopted;
+    try {
+      adopted = std::make_unique<Array<octave_value>>(storage, dim_vector(rows, 1));
+    } catch (...) {
+      // Not adopted: the storage is still this function's to clean up.
+    }
+    if (adopted) return octave_value(Cell(*adopted));
+  }
+  for (size_t p = 0; p < parts; ++p) {
+    for (size_t r = p * step; r < p * step + made[p]; ++r) storage[r].~octave_value();
+  }
+  ::operator delete(storage);
+  throw std::bad_alloc();
+}
+
+bool isCharRow(const octave_value& element) {
+  return element.is_string() && element.ndims() == 2 && element.rows() <= 1;
+}
+
+bool isMissing(const octave_value& element) {
+  return element.is_double_type() && !element.iscomplex() && !element.issparse() &&
+         element.ndims() == 2 && element.rows() == 0 && element.columns() == 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+mxArray* vxoct_numeric_array(mxClassID id, const void* data, size_t m, size_t n, int threads) {
+  try {
+    return wrapped(numericValue(id, data, m, n, threads));
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+mxArray* vxoct_logical_array(const uint8_t* data, size_t m, size_t n) {
+  try {
+    boolNDArray array(dim_vector(static_cast<octave_idx_type>(m), static_cast<octave_idx_type>(n)));
+    bool* out = array.fortran_vec();
+    for (size_t i = 0; i < m * n; ++i) out[i] = data[i] != 0;
+    return wrapped(octave_value(array));
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+mxArray* vxoct_text_column(const uint16_t* units, const uint64_t* offsets, const uint8_t* missing,
+                           size_t rows, int threads) {
+  try {
+    return wrapped(textColumn(units, offsets, missing, rows, threads));
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+int vxoct_cell_texts(const mxArray* cell, size_t count, const char** data, uint64_t* lengths,
+                     uint8_t* missing) {
+  try {
+    const octave_value value = cell->as_octave_value();
+    if (!value.iscell() || static_cast<size_t>(value.numel()) != count) return 0;
+    const Cell elements = value.cell_value();
+    for (size_t i = 0; i < count; ++i) {
+      const octave_value& element = elements(static_cast<octave_idx_type>(i));
+      missing[i] = isMissing(element) ? 1 : 0;
+      if (missing[i] != 0) {
+        data[i] = nullptr;
+        lengths[i] = 0;
+      } else if (isCharRow(element)) {
+        // The element's own array, which the cell keeps alive.
+        const charNDArray text = element.char_array_value();
+        data[i] = text.data();
+        lengths[i] = static_cast<uint64_t>(text.numel());
+      } else {
+        return 0;
+      }
+    }
+    return 1;
+  } catch (...) {
+    return 0;
+  }
+}
+
+}  // extern "C"
