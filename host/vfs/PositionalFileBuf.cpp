@@ -8,6 +8,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "host/vfs/Interrupted.hpp"
+
 namespace virtualiostream {
 
 bool PositionalFileBuf::open(const std::string& path) {
@@ -30,6 +32,7 @@ PositionalFileBuf::~PositionalFileBuf() {
 }
 
 std::streamsize PositionalFileBuf::readAt(char* out, std::streamsize count) {
+  throwIfInterrupted();
   std::streamsize total = 0;
   while (total < count) {
     const ssize_t got = ::pread(mFd, out + total, static_cast<size_t>(count - total), mPosition);

@@ -12,6 +12,7 @@
 #include "OctaveValues.hpp"
 #include "host/except/Exception.hpp"
 #include "host/matrix/Matrix.hpp"
+#include "host/vfs/Interrupted.hpp"
 
 namespace {
 
@@ -54,6 +55,14 @@ bool run(int nout, mxArray* out[], int count, const mxArray* args[], Failure& fa
     failure = {e.identifier(), e.message()};
   } catch (const foundation::core::except::IMsgIDException& e) {
     failure = {e.identifier(), e.message()};
+    // A read or write that Ctrl-C cut short fails with the library's own error: it is the
+    // interrupt that the user sees.
+    if (InterruptBridge::octaveRequested()) {
+      InterruptBridge::consumeOctaveRequest();
+      const foundation::core::except::InterruptException interrupt(
+          foundation::core::except::kHostComponent, "Interrupted", {});
+      failure = {interrupt.identifier(), interrupt.message()};
+    }
   } catch (const TranslationError& e) {
     failure = {e.identifier, e.message};
   } catch (const std::bad_alloc&) {
@@ -78,6 +87,8 @@ extern "C" void mexFunction(int nlhs, mxArray* plhs[], int nrhs, const mxArray* 
   if (!initialised) {
     // Octave shows the warnings; the host's own copy on standard error would repeat them.
     matrix::setPrintWarnings(false);
+    // Ctrl-C stops a long read or write at its next block, not only between steps.
+    virtualiostream::setStopOnInterrupt(true);
     initialised = true;
   }
   Failure failure;
