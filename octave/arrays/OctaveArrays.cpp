@@ -17,11 +17,24 @@
 
 namespace {
 
-// A view of part of a char row that shares the row's storage, as Octave's own A(i:j) does.
-class CharSlice : public Array<char> {
+// A window onto a char row that shares the row's storage, as Octave's own A(i:j) does. It
+// moves instead of being made anew for every text: each Octave value made from it copies the
+// window as it stands, so a text costs that copy and nothing more.
+class CharWindow : public Array<char> {
  public:
-  CharSlice(const Array<char>& row, octave_idx_type begin, octave_idx_type end)
-      : Array<char>(row, dim_vector(1, end - begin), begin, end) {}
+  explicit CharWindow(const Array<char>& row)
+      : Array<char>(row, dim_vector(1, row.numel()), 0, row.numel()), mRow(m_slice_data) {}
+
+  // Bytes [begin, end) of the row.
+  const Array<char>& view(octave_idx_type begin, octave_idx_type end) {
+    m_slice_data = mRow + begin;
+    m_slice_len = end - begin;
+    m_dimensions(1) = end - begin;
+    return *this;
+  }
+
+ private:
+  char* mRow;
 };
 
 // Runs work(0) .. work(parts - 1), parts 1 and up on threads of their own where they can be
@@ -176,6 +189,7 @@ void makeTexts(octave_value* storage, const uint16_t* units, const uint64_t* off
       dim_vector(1, static_cast<octave_idx_type>(utf8Bytes(units, offsets, missing, first, last))));
   char* const begin = part.fortran_vec();
   char* out = begin;
+  CharWindow window(part);
   // Counted here, not in `made`: the parts' counts share a cache line.
   size_t r = first;
   try {
@@ -191,7 +205,7 @@ void makeTexts(octave_value* storage, const uint16_t* units, const uint64_t* off
       if (out == begin + start) {
         new (storage + r) octave_value(empty);
       } else {
-        new (storage + r) octave_value(CharSlice(part, start, out - begin), '\'');
+        new (storage + r) octave_value(window.view(start, out - begin), '\'');
       }
     }
   } catch (...) {
