@@ -299,10 +299,9 @@ int vxoct_cell_texts(const mxArray* cell, size_t count, const char** data, uint6
         data[i] = nullptr;
         lengths[i] = 0;
       } else if (isCharRow(element)) {
-        // The element's own array, which the cell keeps alive.
-        const charNDArray text = element.char_array_value();
-        data[i] = text.data();
-        lengths[i] = static_cast<uint64_t>(text.numel());
+        // The element's own bytes, which the cell keeps alive.
+        data[i] = static_cast<const char*>(element.mex_get_data());
+        lengths[i] = static_cast<uint64_t>(element.numel());
       } else {
         return 0;
       }
