@@ -79,12 +79,13 @@ octave_value copiedArray(const void* data, size_t m, size_t n, int threads) {
   constexpr size_t kBytesPerThread = 4 << 20;
   const size_t parts = partsFor(bytes, kBytesPerThread, threads);
   const size_t step = (bytes / parts + 63) & ~size_t{63};
-  runParts(parts, [&](size_t part) {
-    const size_t first = std::min(bytes, part * step);
-    const size_t last = std::min(bytes, first + step);
-    std::memcpy(reinterpret_cast<char*>(storage) + first, static_cast<const char*>(data) + first,
-                last - first);
-  });
+  if (bytes > 0)
+    runParts(parts, [&](size_t part) {
+      const size_t first = std::min(bytes, part * step);
+      const size_t last = std::min(bytes, first + step);
+      std::memcpy(reinterpret_cast<char*>(storage) + first, static_cast<const char*>(data) + first,
+                  last - first);
+    });
   std::unique_ptr<Array<Element>> adopted;
   try {
     adopted = std::make_unique<Array<Element>>(
