@@ -1,5 +1,6 @@
 #include "host/services/Services.hpp"
 
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -75,6 +76,11 @@ void setChooseDictionaryPerColumn(bool choose) {
 }
 
 bool setArrowMemoryDecayMs(int64_t milliseconds) {
+  // Newer Arrow allocates with mimalloc by default, which returns freed pages within
+  // milliseconds and has no such setting: jemalloc is asked for instead, unless the user chose
+  // a pool. Arrow reads the choice once, when it first allocates.
+  ::setenv("ARROW_DEFAULT_MEMORY_POOL", "jemalloc", /*overwrite=*/0);
+  if (::arrow::default_memory_pool()->backend_name() != "jemalloc") return false;
   const int clamped = static_cast<int>(std::clamp<int64_t>(milliseconds, -1, INT32_MAX));
   if (!::arrow::jemalloc_set_decay_ms(clamped).ok()) return false;
   configuredDecayMs().store(clamped, std::memory_order_relaxed);

@@ -26,7 +26,10 @@ void setChooseDictionaryPerColumn(bool choose);
 // the next read without page faults, so repeated reads run faster, at the cost of resident
 // memory between reads up to the largest read's Arrow buffers. It applies to the allocator's
 // arenas made after the call, among them those of Arrow's pool threads, which decode: programs
-// call it at start-up. False when Arrow's allocator is not jemalloc (nothing changes then).
+// call it at start-up, before Arrow first allocates. Called then, it also makes jemalloc Arrow's
+// allocator where the build's default is another (newer Arrow's mimalloc returns freed pages
+// within milliseconds), unless ARROW_DEFAULT_MEMORY_POOL names one. False when Arrow's
+// allocator is not jemalloc (nothing changes then).
 bool setArrowMemoryDecayMs(int64_t milliseconds);
 // The last value set, or Arrow's own 1000 when none was.
 int64_t getArrowMemoryDecayMs();

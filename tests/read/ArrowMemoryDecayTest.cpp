@@ -2,6 +2,10 @@
 // reads, and out-of-range values are clamped rather than handed to the allocator.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
+#include <arrow/memory_pool.h>
+
 #include "host/services/Services.hpp"
 #include "tests/read/ReaderTestSupport.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
@@ -26,8 +30,10 @@ TEST(ArrowMemoryDecay, EverySettingReadsTheSameValues) {
         Case{foundation::services::kProgramArrowMemoryDecayMs,
              foundation::services::kProgramArrowMemoryDecayMs}}) {
     SCOPED_TRACE(test.requested);
-    // The wheel's Arrow allocates with jemalloc, so the setting always takes.
-    ASSERT_TRUE(foundation::services::setArrowMemoryDecayMs(test.requested));
+    // Earlier tests made Arrow's pool: the setting takes where that pool is jemalloc.
+    const bool jemalloc = arrow::default_memory_pool()->backend_name() == "jemalloc";
+    ASSERT_EQ(foundation::services::setArrowMemoryDecayMs(test.requested), jemalloc);
+    if (!jemalloc) continue;
     EXPECT_EQ(foundation::services::getArrowMemoryDecayMs(), test.kept);
     for (int i = 0; i < 2; ++i) {
       auto table = RowGroupParquetReader(u16(path), {}).readFullFile();
@@ -35,6 +41,26 @@ TEST(ArrowMemoryDecay, EverySettingReadsTheSameValues) {
     }
   }
   foundation::services::setArrowMemoryDecayMs(1000);
+}
+
+// At start-up the setting chooses jemalloc on every build, newer Arrow's mimalloc default
+// included, and leaves a pool the user named alone. Each case runs in a fresh process.
+TEST(ArrowMemoryDecay, AtStartUpItChoosesJemallocUnlessThePoolWasNamed) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        ::unsetenv("ARROW_DEFAULT_MEMORY_POOL");
+        const bool set = foundation::services::setArrowMemoryDecayMs(10000);
+        std::exit(set && arrow::default_memory_pool()->backend_name() == "jemalloc" ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(
+      {
+        ::setenv("ARROW_DEFAULT_MEMORY_POOL", "system", 1);
+        const bool set = foundation::services::setArrowMemoryDecayMs(10000);
+        std::exit(!set && arrow::default_memory_pool()->backend_name() == "system" ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
