@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <stdexcept>
@@ -26,7 +27,27 @@
 
 namespace {
 
-arrow::MemoryPool* dataPool() { return arrow::default_memory_pool(); }
+// Threads take the slots in turn; what is kept per slot is never shared by two busy threads.
+constexpr size_t kSlots = 64;
+
+size_t threadSlot() {
+  static std::atomic<size_t> next{0};
+  thread_local const size_t slot = next.fetch_add(1, std::memory_order_relaxed) % kSlots;
+  return slot;
+}
+
+// A pool of Arrow's default kind for this thread's slot. Every allocation updates its pool's
+// statistics, and threads that make many small arrays at once (a list column's rows) would
+// queue for one pool's. The pools share one allocator, so a block may go back through any of
+// them; they live as long as the process, as blocks may outlive any thread.
+arrow::MemoryPool* dataPool() {
+  static const std::vector<std::unique_ptr<arrow::MemoryPool>> pools = [] {
+    std::vector<std::unique_ptr<arrow::MemoryPool>> made;
+    for (size_t i = 0; i < kSlots; ++i) made.push_back(arrow::MemoryPool::CreateDefault());
+    return made;
+  }();
+  return pools[threadSlot()].get();
+}
 
 // A block of the pool, or NULL when it has no memory left.
 void* allocateData(size_t bytes) {
@@ -66,7 +87,15 @@ struct vxArray_tag {
 
 namespace {
 
-std::atomic<size_t> gAllocationCount{0};
+// The count of arrays made, one per slot: threads would otherwise queue for one counter.
+struct alignas(64) CountSlot {
+  std::atomic<size_t> count{0};
+};
+CountSlot gAllocationCounts[kSlots];
+
+void countAllocation() {
+  gAllocationCounts[threadSlot()].count.fetch_add(1, std::memory_order_relaxed);
+}
 
 size_t numericElementSize(vxClassID classID) {
   switch (classID) {
@@ -106,7 +135,7 @@ vxArray* newArray(vxClassID classID, size_t m, size_t n) {
   array->classID = classID;
   array->m = m;
   array->n = n;
-  gAllocationCount.fetch_add(1, std::memory_order_relaxed);
+  countAllocation();
   return array;
 }
 
@@ -510,6 +539,11 @@ void setPrintWarnings(bool print) {
   log.print = print;
 }
 
-size_t allocationCount() { return gAllocationCount.load(std::memory_order_relaxed); }
+size_t allocationCount() {
+  size_t total = 0;
+  for (const CountSlot& slot : gAllocationCounts)
+    total += slot.count.load(std::memory_order_relaxed);
+  return total;
+}
 
 }  // namespace matrix

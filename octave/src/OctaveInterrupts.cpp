@@ -25,9 +25,10 @@ InterruptBridge::~InterruptBridge() {
   utInterruptState::Clear();
 }
 
-bool InterruptBridge::octaveRequested() {
-  return octave_signal_caught != 0 || octave_interrupt_state > 0;
-}
+// Octave's SIGINT handler sets octave_signal_caught, then counts the request in
+// octave_interrupt_state. Only the count says that it has finished: a request consumed before
+// that would be counted again afterwards and stop the caller after all.
+bool InterruptBridge::octaveRequested() { return octave_interrupt_state > 0; }
 
 void InterruptBridge::consumeOctaveRequest() {
   octave_signal_caught = 0;
