@@ -4,6 +4,7 @@
 // of one preallocated host array, so multi-chunk columns are never concatenated first. When
 // the converter holds the last reference to a column, a fixed-width chunk without nulls is not
 // copied at all: its values buffer becomes the host array's memory.
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -298,26 +299,41 @@ void ShiftOffsets(const StringChunk<Offset>& strings, uint64_t position, uint64_
   }
 }
 
+// Rows of text widened by one task: long text columns split between the host's threads.
+constexpr int64_t kTextRowsPerTask = 65536;
+
 // The common case of ASCII text in one pass: a byte is a unit, so Data is sized from the bytes
-// and each chunk is widened and checked at once. Null when some chunk is not ASCII.
+// and each chunk is widened and checked at once, in ranges of rows on the host's threads.
+// Null when some chunk is not ASCII.
 template <typename Offset>
 Result<unique_array> WidenAsciiData(const ArrayVector& chunks, uint64_t* unitOffsets) {
-  size_t bytes = 0;
-  for (const auto& chunk : chunks) bytes += StringChunk<Offset>(*chunk).bytes();
-  ARROW_ASSIGN_OR_RAISE(auto data, host::Allocated(vxCreateUninitCharArray(1, bytes)));
-  auto* chars = reinterpret_cast<char16_t*>(vxGetChars(data.get()));
-  uint64_t position = 0;
-  int64_t row = 0;
-  unitOffsets[0] = 0;
-  for (const auto& chunk : chunks) {
-    const StringChunk<Offset> strings(*chunk);
-    if (!text::WidenIfAscii(strings.begin(), strings.bytes(), chars + position)) {
-      return unique_array();
-    }
-    ShiftOffsets(strings, position, unitOffsets + row);
-    position += strings.bytes();
-    row += strings.length;
+  // Where each chunk starts in Data and among the rows.
+  std::vector<uint64_t> positions(chunks.size() + 1, 0);
+  std::vector<int64_t> firstRows(chunks.size() + 1, 0);
+  for (size_t c = 0; c < chunks.size(); ++c) {
+    const StringChunk<Offset> strings(*chunks[c]);
+    positions[c + 1] = positions[c] + strings.bytes();
+    firstRows[c + 1] = firstRows[c] + strings.length;
   }
+  ARROW_ASSIGN_OR_RAISE(auto data, host::Allocated(vxCreateUninitCharArray(1, positions.back())));
+  auto* chars = reinterpret_cast<char16_t*>(vxGetChars(data.get()));
+  unitOffsets[0] = 0;
+  std::atomic<bool> ascii{true};
+  for (size_t c = 0; c < chunks.size(); ++c) {
+    const StringChunk<Offset> strings(*chunks[c]);
+    const Offset base = strings.offsets[0];
+    // Rows [begin, end): their bytes, and the offsets that end them.
+    ParallelRanges(strings.length, kTextRowsPerTask, [&](int64_t begin, int64_t end) {
+      const uint64_t start = positions[c] + static_cast<uint64_t>(strings.offsets[begin] - base);
+      const size_t bytes = static_cast<size_t>(strings.offsets[end] - strings.offsets[begin]);
+      if (!text::WidenIfAscii(strings.value(begin), bytes, chars + start)) ascii = false;
+      for (int64_t i = begin + 1; i <= end; ++i) {
+        unitOffsets[firstRows[c] + i] =
+            positions[c] + static_cast<uint64_t>(strings.offsets[i] - base);
+      }
+    });
+  }
+  if (!ascii) return unique_array();
   return data;
 }
 

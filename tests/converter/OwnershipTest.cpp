@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "host/converter/TextCodec.hpp"
+#include "host/services/Services.hpp"
 #include "tests/converter/ConverterTestUtil.hpp"
 
 namespace vxtest::converter {
@@ -316,6 +317,65 @@ TEST(TextConversion, FallsBackWhenNonAsciiShowsUpLate) {
   const vxArray* data = vxGetField(hostColumn(host.get(), 0), 0, "Data");
   EXPECT_EQ(matrix::toUString(data),
             u"" + std::u16string(40, u'x') + u"b" + std::u16string(40, u'x') + u"\u00e9");
+}
+
+// Long text columns are widened in ranges of rows on several threads: every row keeps its own
+// units and offsets across range and chunk boundaries, in sliced chunks and with nulls, and
+// one non-ASCII row in a late range still sends the whole column to the full decode.
+TEST(TextConversion, LongColumnsConvertAlikeOnOneAndOnSeveralThreads) {
+  const auto chunkOf = [](int64_t rows, int64_t seed, int64_t nonAsciiRow) {
+    arrow::StringBuilder builder;
+    for (int64_t i = 0; i < rows; ++i) {
+      if (i % 1013 == 0) {
+        EXPECT_TRUE(builder.AppendNull().ok());
+      } else if (i == nonAsciiRow) {
+        EXPECT_TRUE(builder.Append("\xC3\xA9t\xC3\xA9").ok());
+      } else {
+        EXPECT_TRUE(
+            builder.Append(std::string(static_cast<size_t>((i + seed) % 7), 'a' + (i % 26))).ok());
+      }
+    }
+    return builder.Finish().ValueOrDie();
+  };
+  for (const int64_t nonAsciiRow : {int64_t{-1}, int64_t{200000}}) {
+    SCOPED_TRACE(nonAsciiRow);
+    const auto column = arrow::ChunkedArray::Make(
+                            {chunkOf(150000, 1, -1)->Slice(11), chunkOf(210000, 5, nonAsciiRow)})
+                            .ValueOrDie();
+    const auto table =
+        arrow::Table::Make(arrow::schema({arrow::field("c", arrow::utf8())}), {column});
+    foundation::services::setNumComputationalThreads(1);
+    const auto serial = toHost(table);
+    foundation::services::setNumComputationalThreads(2);
+    const auto parallel = toHost(table);
+    foundation::services::setNumComputationalThreads(0);
+    ASSERT_NE(serial, nullptr);
+    ASSERT_NE(parallel, nullptr);
+    const vxArray* one = hostColumn(serial.get(), 0);
+    const vxArray* two = hostColumn(parallel.get(), 0);
+    for (const char* field : {"Data", "Offsets", "Missing"}) {
+      const vxArray* a = vxGetField(one, 0, field);
+      const vxArray* b = vxGetField(two, 0, field);
+      ASSERT_EQ(vxGetNumberOfElements(a), vxGetNumberOfElements(b)) << field;
+      EXPECT_EQ(
+          std::memcmp(vxGetData(a), vxGetData(b), vxGetNumberOfElements(a) * vxGetElementSize(a)),
+          0)
+          << field;
+    }
+    // Each row against Arrow's own value.
+    const auto* offsets = static_cast<const uint64_t*>(vxGetData(vxGetField(two, 0, "Offsets")));
+    const std::u16string data = matrix::toUString(vxGetField(two, 0, "Data"));
+    int64_t row = 0;
+    for (const auto& chunk : column->chunks()) {
+      const auto& strings = static_cast<const arrow::StringArray&>(*chunk);
+      for (int64_t i = 0; i < strings.length(); ++i, ++row) {
+        if (strings.IsNull(i)) continue;
+        const auto expected = vxtest::u16(std::string(strings.GetView(i)));
+        ASSERT_EQ(data.substr(offsets[row], offsets[row + 1] - offsets[row]), expected) << row;
+      }
+    }
+    EXPECT_EQ(offsets[row], data.size());
+  }
 }
 
 // A string object whose rows start past the beginning of Data, with non-ASCII units only in
