@@ -19,6 +19,7 @@
 
 #include "BenchFiles.hpp"
 #include "BenchUtil.hpp"
+#include "host/services/Services.hpp"
 #include "host/matrix/Matrix.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
@@ -48,6 +49,8 @@ void writeHost(const std::string& path, const vxArray* table,
 }  // namespace
 
 int main(int argc, char** argv) {
+  // As the Octave package sets up on its first call.
+  foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
   if (argc >= 3 && std::strcmp(argv[1], "--make") == 0) {
     vxbench::writeBenchFile(argv[2], vxbench::intArgument(argc, argv, "--rows", 2000000),
                             kRowGroups);

@@ -12,6 +12,7 @@
 #include "OctaveValues.hpp"
 #include "host/except/Exception.hpp"
 #include "host/matrix/Matrix.hpp"
+#include "host/services/Services.hpp"
 #include "host/vfs/Interrupted.hpp"
 
 namespace {
@@ -89,6 +90,8 @@ extern "C" void mexFunction(int nlhs, mxArray* plhs[], int nrhs, const mxArray* 
     matrix::setPrintWarnings(false);
     // Ctrl-C stops a long read or write at its next block, not only between steps.
     virtualiostream::setStopOnInterrupt(true);
+    // Octave reads again and again in one process: freed pages stay for the next read.
+    foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
     initialised = true;
   }
   Failure failure;
