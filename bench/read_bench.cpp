@@ -258,6 +258,8 @@ void decodeFooterStatistics(const parquet::FileMetaData& metadata) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // As a host program starts (on the newest Arrow's build this also chooses jemalloc).
+  foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
   const int64_t rows = vxbench::intArgument(argc, argv, "--rows", 10000000);
   const std::string folder = vxbench::makeTempFolder("read_bench");
   const std::string path = folder + "/bench.parquet";
