@@ -4,6 +4,7 @@
 // allocation and no per-element work. Blocks come from Arrow's default memory pool: its
 // allocator keeps freed pages for reuse, so converting column after column does not fault in
 // fresh pages from the kernel each time (malloc maps and unmaps large blocks on every call).
+// Large blocks of destroyed arrays are kept for the next arrays of their size (BlockCache.hpp).
 // A numeric array may instead sit on memory that someone else owns (see vxCreateNumericMatrixOver).
 // Cells own their elements; structures keep one value slot per (element, field).
 #include <algorithm>
@@ -22,6 +23,7 @@
 #include <arrow/memory_pool.h>
 
 #include "host/except/MessageCatalog.hpp"
+#include "host/matrix/BlockCache.hpp"
 #include "host/matrix/Matrix.hpp"
 #include "host/unicode/ustring.hpp"
 
@@ -39,22 +41,36 @@ size_t threadSlot() {
 // A pool of Arrow's default kind for this thread's slot. Every allocation updates its pool's
 // statistics, and threads that make many small arrays at once (a list column's rows) would
 // queue for one pool's. The pools share one allocator, so a block may go back through any of
-// them; they live as long as the process, as blocks may outlive any thread.
+// them; they are never destroyed, as blocks may outlive any thread and reach the host's exit.
 arrow::MemoryPool* dataPool() {
-  static const std::vector<std::unique_ptr<arrow::MemoryPool>> pools = [] {
-    std::vector<std::unique_ptr<arrow::MemoryPool>> made;
-    for (size_t i = 0; i < kSlots; ++i) made.push_back(arrow::MemoryPool::CreateDefault());
+  static const auto* pools = [] {
+    auto* made = new std::vector<std::unique_ptr<arrow::MemoryPool>>();
+    for (size_t i = 0; i < kSlots; ++i) made->push_back(arrow::MemoryPool::CreateDefault());
     return made;
   }();
-  return pools[threadSlot()].get();
+  return (*pools)[threadSlot()].get();
 }
 
-// A block of the pool, or NULL when it has no memory left.
-void* allocateData(size_t bytes) {
+// A block of at least `bytes` (its size in *capacity), or NULL when there is no memory left.
+// Large blocks come from the blocks that destroyed arrays left behind where one fits.
+void* allocateData(size_t bytes, size_t* capacity) {
   if (bytes > static_cast<size_t>(std::numeric_limits<int64_t>::max())) return nullptr;
+  if (bytes >= matrix::BlockCache::kMinBlockBytes) {
+    if (uint8_t* kept = matrix::BlockCache::instance().take(bytes, capacity)) return kept;
+  }
   uint8_t* block = nullptr;
   if (!dataPool()->Allocate(static_cast<int64_t>(bytes), &block).ok()) return nullptr;
+  *capacity = bytes;
   return block;
+}
+
+void freeData(void* data, size_t capacity) {
+  auto* block = static_cast<uint8_t*>(data);
+  if (capacity >= matrix::BlockCache::kMinBlockBytes) {
+    matrix::BlockCache::instance().give(block, capacity, dataPool());
+  } else {
+    dataPool()->Free(block, static_cast<int64_t>(capacity));
+  }
 }
 
 }  // namespace
@@ -65,7 +81,7 @@ struct vxArray_tag {
   size_t m = 0;
   size_t n = 0;
   void* data = nullptr;              // numeric, logical, char
-  size_t dataBytes = 0;              // size of the pool block at data; 0 when not ours
+  size_t dataBytes = 0;              // size of the block at data; 0 when not ours
   void (*release)(void*) = nullptr;  // for data owned elsewhere: called once on destroy
   void* releaseContext = nullptr;
   bool borrowed = false;                // data owned elsewhere, with or without a release function
@@ -78,7 +94,7 @@ struct vxArray_tag {
     if (release != nullptr) {
       release(releaseContext);
     } else if (data != nullptr && !borrowed) {
-      dataPool()->Free(static_cast<uint8_t*>(data), static_cast<int64_t>(dataBytes));
+      freeData(data, dataBytes);
     }
     for (vxArray* cell : cells) vxDestroyArray(cell);
     for (vxArray* value : fieldValues) vxDestroyArray(value);
@@ -151,13 +167,12 @@ vxArray* newDataArray(vxClassID classID, size_t m, size_t n, bool complex, bool 
       delete array;
       return nullptr;
     }
-    array->data = allocateData(count * width);
+    array->data = allocateData(count * width, &array->dataBytes);
     if (array->data == nullptr) {
       delete array;
       return nullptr;
     }
-    array->dataBytes = count * width;
-    if (zeroed) std::memset(array->data, 0, array->dataBytes);
+    if (zeroed) std::memset(array->data, 0, count * width);
   }
   return array;
 }
@@ -300,12 +315,11 @@ vxArray* vxDuplicateArray(const vxArray* array) {
   copy->fieldNames = array->fieldNames;
   const size_t bytes = vxGetNumberOfElements(array) * vxGetElementSize(array);
   if (array->data != nullptr && bytes > 0) {
-    copy->data = allocateData(bytes);
+    copy->data = allocateData(bytes, &copy->dataBytes);
     if (copy->data == nullptr) {
       delete copy;
       return nullptr;
     }
-    copy->dataBytes = bytes;
     std::memcpy(copy->data, array->data, bytes);
   }
   // Children are copied one by one; a failed copy leaves NULL, which destroy tolerates.

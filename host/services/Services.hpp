@@ -24,9 +24,11 @@ void setChooseDictionaryPerColumn(bool choose);
 // How long Arrow's allocator keeps memory that was freed before it returns the pages to the
 // kernel, in milliseconds (-1: never, 0: at once; Arrow's own choice is 1000). Kept pages serve
 // the next read without page faults, so repeated reads run faster, at the cost of resident
-// memory between reads up to the largest read's Arrow buffers. It applies to the allocator's
-// arenas made after the call, among them those of Arrow's pool threads, which decode: programs
-// call it at start-up, before Arrow first allocates. Called then, it also makes jemalloc Arrow's
+// memory between reads up to the largest read's Arrow buffers. A positive time counts from
+// when Arrow was last busy (reading or writing a file, or holding more or fewer bytes than
+// before): the pages are all kept until then, and all returned after. Programs call it at
+// start-up, before Arrow first allocates; called later, the allocator keeps the earlier setting
+// for the arenas it has already made. Called at start-up, it also makes jemalloc Arrow's
 // allocator where the build's default is another (newer Arrow's mimalloc returns freed pages
 // within milliseconds), unless ARROW_DEFAULT_MEMORY_POOL names one. False when Arrow's
 // allocator is not jemalloc (nothing changes then).

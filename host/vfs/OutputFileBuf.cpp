@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "host/except/Exception.hpp"
+#include "host/services/IdleMemoryReleaser.hpp"
 #include "host/vfs/Interrupted.hpp"
 
 namespace virtualiostream {
@@ -37,6 +38,7 @@ void OutputFileBuf::fail() const {
 
 void OutputFileBuf::writeAll(const char* data, size_t count) {
   throwIfInterrupted();
+  foundation::services::IdleMemoryReleaser::noteActivity();
   while (count > 0) {
     const ssize_t written = ::write(mFd, data, count);
     if (written < 0) {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "host/services/IdleMemoryReleaser.hpp"
 #include "host/vfs/Interrupted.hpp"
 
 namespace virtualiostream {
@@ -33,6 +34,7 @@ PositionalFileBuf::~PositionalFileBuf() {
 
 std::streamsize PositionalFileBuf::readAt(char* out, std::streamsize count) {
   throwIfInterrupted();
+  foundation::services::IdleMemoryReleaser::noteActivity();
   std::streamsize total = 0;
   while (total < count) {
     const ssize_t got = ::pread(mFd, out + total, static_cast<size_t>(count - total), mPosition);

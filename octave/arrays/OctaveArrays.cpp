@@ -19,14 +19,14 @@ namespace {
 
 // A window onto a char row that shares the row's storage, as Octave's own A(i:j) does. It
 // moves instead of being made anew for every text: each Octave value made from it copies the
-// window as it stands, so a text costs that copy and nothing more.
-class CharWindow : public Array<char> {
+// window as it stands, so a text costs that copy and nothing more. It is a charNDArray itself,
+// so that making a value from it needs no intermediate charNDArray (one more allocation).
+class CharWindow : public charNDArray {
  public:
-  explicit CharWindow(const Array<char>& row)
-      : Array<char>(row, dim_vector(1, row.numel()), 0, row.numel()), mRow(m_slice_data) {}
+  explicit CharWindow(const Array<char>& row) : charNDArray(row), mRow(m_slice_data) {}
 
   // Bytes [begin, end) of the row.
-  const Array<char>& view(octave_idx_type begin, octave_idx_type end) {
+  const charNDArray& view(octave_idx_type begin, octave_idx_type end) {
     m_slice_data = mRow + begin;
     m_slice_len = end - begin;
     m_dimensions(1) = end - begin;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <string>
 
 #include <arrow/memory_pool.h>
 
@@ -44,21 +45,30 @@ TEST(ArrowMemoryDecay, EverySettingReadsTheSameValues) {
 }
 
 // At start-up the setting chooses jemalloc on every build, newer Arrow's mimalloc default
-// included, and leaves a pool the user named alone. Each case runs in a fresh process.
+// included, and leaves a pool the user named alone; what it puts into the environment for Arrow
+// is gone again afterwards, and what the user put there stays. Each case runs in a fresh process.
 TEST(ArrowMemoryDecay, AtStartUpItChoosesJemallocUnlessThePoolWasNamed) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
         ::unsetenv("ARROW_DEFAULT_MEMORY_POOL");
+        ::unsetenv("JE_ARROW_MALLOC_CONF");
         const bool set = foundation::services::setArrowMemoryDecayMs(10000);
-        std::exit(set && arrow::default_memory_pool()->backend_name() == "jemalloc" ? 0 : 1);
+        const bool clean = ::getenv("ARROW_DEFAULT_MEMORY_POOL") == nullptr &&
+                           ::getenv("JE_ARROW_MALLOC_CONF") == nullptr;
+        std::exit(set && clean && arrow::default_memory_pool()->backend_name() == "jemalloc" ? 0
+                                                                                             : 1);
       },
       ::testing::ExitedWithCode(0), "");
   EXPECT_EXIT(
       {
         ::setenv("ARROW_DEFAULT_MEMORY_POOL", "system", 1);
         const bool set = foundation::services::setArrowMemoryDecayMs(10000);
-        std::exit(!set && arrow::default_memory_pool()->backend_name() == "system" ? 0 : 1);
+        const char* named = ::getenv("ARROW_DEFAULT_MEMORY_POOL");
+        std::exit(!set && named != nullptr && std::string(named) == "system" &&
+                          arrow::default_memory_pool()->backend_name() == "system"
+                      ? 0
+                      : 1);
       },
       ::testing::ExitedWithCode(0), "");
 }
