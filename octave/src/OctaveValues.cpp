@@ -10,6 +10,7 @@
 
 #include "../arrays/OctaveArrays.h"
 #include "host/converter/HostValues.hpp"
+#include "host/converter/ParallelFor.hpp"
 #include "host/services/Interrupts.hpp"
 #include "host/services/Services.hpp"
 #include "host/unicode/ustring.hpp"
@@ -19,6 +20,7 @@ namespace vantro::octave {
 namespace {
 
 namespace host = vantro::io::arrow::core::host;
+using vantro::io::arrow::core::ParallelRanges;
 
 constexpr const char* kTypeField = "Type";
 constexpr const char* kObjectClasses[] = {host::kDatetime, host::kDuration, host::kCategorical};
@@ -369,16 +371,24 @@ matrix::unique_array textCellToHost(const mxArray* value) {
   auto missing = checked(vxCreateLogicalMatrix(rows, 1));
   auto* bounds = static_cast<uint64_t*>(vxGetData(offsets.get()));
   vxLogical* isMissing = vxGetLogicals(missing.get());
+  // Each row's units counted and then written on the host's threads, between them the sum
+  // that places the rows.
+  constexpr int64_t kRowsPerTask = 65536;
   bounds[0] = 0;
-  for (size_t r = 0; r < rows; ++r) {
-    isMissing[r] = absent[r] != 0;
-    bounds[r + 1] = bounds[r] + (isMissing[r] ? 0 : unitsOf(bytesOf(r), lengths[r], nullptr));
-  }
+  ParallelRanges(static_cast<int64_t>(rows), kRowsPerTask, [&](int64_t first, int64_t last) {
+    for (auto r = static_cast<size_t>(first); r < static_cast<size_t>(last); ++r) {
+      isMissing[r] = absent[r] != 0;
+      bounds[r + 1] = isMissing[r] ? 0 : unitsOf(bytesOf(r), lengths[r], nullptr);
+    }
+  });
+  for (size_t r = 0; r < rows; ++r) bounds[r + 1] += bounds[r];
   auto units = checked(vxCreateUninitCharArray(1, bounds[rows]));
   auto* out = reinterpret_cast<char16_t*>(vxGetChars(units.get()));
-  for (size_t r = 0; r < rows; ++r) {
-    if (!isMissing[r]) unitsOf(bytesOf(r), lengths[r], out + bounds[r]);
-  }
+  ParallelRanges(static_cast<int64_t>(rows), kRowsPerTask, [&](int64_t first, int64_t last) {
+    for (auto r = static_cast<size_t>(first); r < static_cast<size_t>(last); ++r) {
+      if (!isMissing[r]) unitsOf(bytesOf(r), lengths[r], out + bounds[r]);
+    }
+  });
   std::vector<host::Field> fields;
   fields.emplace_back(host::kData, std::move(units));
   fields.emplace_back(host::kOffsets, std::move(offsets));
