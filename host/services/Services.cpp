@@ -52,30 +52,17 @@ uint64_t availableMemory() {
   return pages > 0 && pageSize > 0 ? static_cast<uint64_t>(pages) * pageSize : UINT64_MAX;
 }
 
-// Sets an environment variable for the time Arrow's pool is made, unless the user set it.
-// Returns whether it was set here.
-bool setForStartUp(const char* name, const std::string& value) {
-  if (::getenv(name) != nullptr) return false;
-  return ::setenv(name, value.c_str(), 1) == 0;
-}
-
 // Makes jemalloc Arrow's allocator where the build's default is another (newer Arrow's
 // mimalloc returns freed pages within milliseconds and has no setting), unless
-// ARROW_DEFAULT_MEMORY_POOL names one, and gives jemalloc's first arena the decay: the decay
-// setting of Arrow's API reaches only arenas made later. Both are read once, when Arrow first
-// allocates; they are taken out of the environment again, so that programs started from this
-// one keep their own defaults.
-bool chooseJemalloc(int decayMs) {
-  const bool setPool = setForStartUp("ARROW_DEFAULT_MEMORY_POOL", "jemalloc");
-  const std::string decay = std::to_string(decayMs);
-  const bool setConf =
-      setForStartUp("JE_ARROW_MALLOC_CONF", "dirty_decay_ms:" + decay + ",muzzy_decay_ms:" + decay);
-  ::arrow::MemoryPool* pool = ::arrow::default_memory_pool();
-  uint8_t* probe = nullptr;
-  if (pool->Allocate(1, &probe).ok()) pool->Free(probe, 1);
-  if (setPool) ::unsetenv("ARROW_DEFAULT_MEMORY_POOL");
-  if (setConf) ::unsetenv("JE_ARROW_MALLOC_CONF");
-  return pool->backend_name() == "jemalloc";
+// ARROW_DEFAULT_MEMORY_POOL names one. Arrow reads the choice once, when its pool is first
+// asked for; the variable is taken out of the environment again, so that programs started
+// from this one keep their own default.
+bool chooseJemalloc() {
+  const bool setHere = ::getenv("ARROW_DEFAULT_MEMORY_POOL") == nullptr &&
+                       ::setenv("ARROW_DEFAULT_MEMORY_POOL", "jemalloc", 1) == 0;
+  const bool jemalloc = ::arrow::default_memory_pool()->backend_name() == "jemalloc";
+  if (setHere) ::unsetenv("ARROW_DEFAULT_MEMORY_POOL");
+  return jemalloc;
 }
 
 }  // namespace
@@ -108,8 +95,9 @@ bool setArrowMemoryDecayMs(int64_t milliseconds) {
   const int clamped = static_cast<int>(std::clamp<int64_t>(milliseconds, -1, INT32_MAX));
   // A positive time is kept by the idle releaser; jemalloc itself keeps every page then.
   const int jemallocDecay = clamped > 0 ? -1 : clamped;
-  if (!chooseJemalloc(jemallocDecay)) return false;
-  // Arenas made from now on; the first arena took the start-up setting.
+  if (!chooseJemalloc()) return false;
+  // It reaches the allocator's arenas made from now on, those of Arrow's and the host's
+  // threads among them; the first arena, made as the library loads, keeps Arrow's 1000 ms.
   if (!::arrow::jemalloc_set_decay_ms(jemallocDecay).ok()) return false;
   IdleMemoryReleaser::instance().setIdlePeriod(std::chrono::milliseconds(std::max(clamped, 0)));
   configuredDecayMs().store(clamped, std::memory_order_relaxed);

@@ -28,7 +28,8 @@ void setChooseDictionaryPerColumn(bool choose);
 // when Arrow was last busy (reading or writing a file, or holding more or fewer bytes than
 // before): the pages are all kept until then, and all returned after. Programs call it at
 // start-up, before Arrow first allocates; called later, the allocator keeps the earlier setting
-// for the arenas it has already made. Called at start-up, it also makes jemalloc Arrow's
+// for the arenas it has already made (its first arena, made as the library loads, always keeps
+// Arrow's 1000 ms for what it holds). Called at start-up, it also makes jemalloc Arrow's
 // allocator where the build's default is another (newer Arrow's mimalloc returns freed pages
 // within milliseconds), unless ARROW_DEFAULT_MEMORY_POOL names one. False when Arrow's
 // allocator is not jemalloc (nothing changes then).

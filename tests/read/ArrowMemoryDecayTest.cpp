@@ -52,10 +52,8 @@ TEST(ArrowMemoryDecay, AtStartUpItChoosesJemallocUnlessThePoolWasNamed) {
   EXPECT_EXIT(
       {
         ::unsetenv("ARROW_DEFAULT_MEMORY_POOL");
-        ::unsetenv("JE_ARROW_MALLOC_CONF");
         const bool set = foundation::services::setArrowMemoryDecayMs(10000);
-        const bool clean = ::getenv("ARROW_DEFAULT_MEMORY_POOL") == nullptr &&
-                           ::getenv("JE_ARROW_MALLOC_CONF") == nullptr;
+        const bool clean = ::getenv("ARROW_DEFAULT_MEMORY_POOL") == nullptr;
         std::exit(set && clean && arrow::default_memory_pool()->backend_name() == "jemalloc" ? 0
                                                                                              : 1);
       },
