@@ -24,7 +24,8 @@ class IdleMemoryReleaser {
   // Called by the host's files on every read and write: Arrow is at work.
   static void noteActivity() { activity().fetch_add(1, std::memory_order_relaxed); }
 
-  // Release after `idle` without change; zero or less stops the thread.
+  // Release after `idle` without change; zero or less never releases (the thread, once
+  // started, waits for the next positive period).
   void setIdlePeriod(std::chrono::milliseconds idle);
 
   // Adds a step that runs before the pages are released: where the host keeps freed memory of
