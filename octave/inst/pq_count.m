@@ -4,7 +4,8 @@
 ##
 ## @var{files} is a cell array of file names, one file name, a folder (every
 ## @file{*.parquet} file in it, sorted by name) or a glob pattern such as
-## @code{"data/part-*.parquet"}.  The files are read in parallel; @var{n} is a column of
+## @code{"data/part-*.parquet"}; a pattern that matches no file fails with
+## "VANTRO:vfs:FileNotFound".  The files are read in parallel; @var{n} is a column of
 ## doubles in input order.
 ##
 ## Ctrl-C stops the count between files; the call then fails with identifier
@@ -33,7 +34,12 @@ function n = pq_count (files)
       names = sort ({found(! [found.isdir]).name});
       files = cellfun (@(name) fullfile (folder, name), names, "UniformOutput", false);
     elseif (any (ismember (files, "*?[")))
-      files = sort (glob (files))';
+      pattern = files;
+      files = sort (glob (pattern))';
+      if (isempty (files))
+        error ("VANTRO:vfs:FileNotFound", "pq_count: no file matches the pattern '%s'",
+               pattern);
+      endif
     else
       files = {files};
     endif
@@ -58,7 +64,6 @@ endfunction
 ## A folder and a pattern are sorted by name.
 %!assert (pq_count (dir), [2; 3; 1])
 %!assert (pq_count (fullfile (dir, "[ab].parquet")), [2; 3])
-%!assert (pq_count (fullfile (dir, "none-*.parquet")), zeros (0, 1))
 %!test
 %! empty = fullfile (dir, "empty");
 %! mkdir (empty);
@@ -68,6 +73,10 @@ endfunction
 %! assert (pq_count (many), repmat ([3; 2; 1], 40, 1));
 
 %!error id=VANTRO:vfs:FileNotFound pq_count ({files{1}, fullfile(dir, "none.parquet")})
+## A pattern that matches nothing is a mistake, not an empty set of files.
+%!error <no file matches the pattern> pq_count (fullfile (dir, "none-*.parquet"))
+%!error id=VANTRO:vfs:FileNotFound pq_count (fullfile (dir, "none-*.parquet"))
+%!error id=VANTRO:vfs:IsDirectory pq_count ({dir})
 %!error id=VANTRO:octave:InvalidArgument pq_count (42)
 %!error id=VANTRO:octave:InvalidArgument pq_count ({1, 2})
 %!error <Invalid call> pq_count ()

@@ -27,8 +27,8 @@
 ## readable type descriptions such as "List<Struct<a: Int64, b: String>>"
 ## @end table
 ##
-## Errors carry the library's identifiers, for example
-## "VANTRO:parquetio:read:InternalInvalidRead" for a file that is not Parquet.
+## Errors carry the identifiers that @code{pq_read} gives for the same cause, for example
+## "VANTRO:vfs:FileNotFound" for a missing file and "VANTRO:vfs:IsDirectory" for a folder.
 ##
 ## Example:
 ## @example
@@ -77,8 +77,59 @@ endfunction
 %!   assert (! isempty (strfind (text, "@example")), [f{1} " has no example"]);
 %! endfor
 
-%!error id=VANTRO:parquetio:read:InternalInvalidRead pq_info (fullfile (dir, "missing.parquet"))
-%!error id=VANTRO:parquetio:read:InternalInvalidRead pq_info (mfilename ("fullpath"))
+## The same causes fail with the same identifiers as in pq_read.
+%!error id=VANTRO:vfs:FileNotFound pq_info (fullfile (dir, "missing.parquet"))
+%!error id=VANTRO:vfs:IsDirectory pq_info (dir)
+## Every example of every help text runs as printed, in a folder holding the files that the
+## examples name (each function's examples in a fresh copy).
+%!function examples = help_examples (name)
+%!  text = get_help_text (name);
+%!  blocks = regexp (text, '@example\s*\n(.*?)@end example', "tokens");
+%!  examples = cellfun (@(b) b{1}, blocks, "UniformOutput", false);
+%!  examples = regexprep (examples, '@(end )?group\s*\n', "");
+%!  examples = regexprep (examples, '@([{}@])', "$1");
+%!endfunction
+
+## In a function of its own, so that an example's variables stay out of the test's.
+%!function run_example (code)
+%!  evalc (code);
+%!endfunction
+
+%!function make_example_files (folder)
+%!  when = struct ("Type", "datetime", "Ticks", int64 ((0:5)' * 86400), "Unit", "s",
+%!                 "TimeZone", "", "Kind", "timestamp", "Missing", false (6, 1));
+%!  T = struct ("x", (1:6)', "s", {{"a"; "b"; "c"; "d"; "e"; "f"}}, "when", when);
+%!  pq_write (fullfile (folder, "t.parquet"), T, "RowGroupHeights", [3 3]);
+%!  pq_write (fullfile (folder, "big.parquet"), struct ("x", (1:1000)'), "MaxRowGroupLength", 100);
+%!  pq_write (fullfile (folder, "a.parquet"), struct ("x", (1:3)'));
+%!  pq_write (fullfile (folder, "b.parquet"), struct ("x", (1:3)'), "RowGroupHeights", [1 2]);
+%!  mkdir (fullfile (folder, "data"));
+%!  pq_write (fullfile (folder, "data", "part-1.parquet"), struct ("x", (1:3)'));
+%!endfunction
+
+%!test
+%! here = pwd ();
+%! confirm_recursive_rmdir (false, "local");
+%! for f = {"pq_info", "pq_count", "pq_read", "pq_reader", "pq_stats", "pq_write"}
+%!   examples = help_examples (f{1});
+%!   assert (! isempty (examples), [f{1} " has no example"]);
+%!   folder = tempname (); mkdir (folder);
+%!   unwind_protect
+%!     make_example_files (folder);
+%!     cd (folder);
+%!     for e = examples
+%!       try
+%!         run_example (e{1});
+%!       catch err
+%!         error ("help %s: the example\n%s\nfails: %s", f{1}, e{1}, err.message);
+%!       end_try_catch
+%!     endfor
+%!   unwind_protect_cleanup
+%!     cd (here);
+%!     rmdir (folder, "s");
+%!   end_unwind_protect
+%! endfor
+
 %!error <Invalid call> pq_info ()
 %!error id=VANTRO:octave:InvalidArgument pq_info (3)
 
@@ -90,8 +141,14 @@ endfunction
 %!   pq_info (bad);
 %!   error ("no error");
 %! catch err
-%!   assert (err.identifier, "VANTRO:parquetio:read:InternalInvalidRead");
 %!   assert (! isempty (err.message));
+%!   ## The file is named once, not once per layer that saw the failure.
+%!   assert (numel (strfind (err.message, "bad.parquet")), 1, err.message);
+%!   try
+%!     pq_read (bad);
+%!   catch err2
+%!     assert (err.identifier, err2.identifier);
+%!   end_try_catch
 %! end_try_catch
 
 %!test

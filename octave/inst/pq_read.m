@@ -31,10 +31,10 @@
 ## cellstr (or one name): read only these variables, in this order.  An unknown name fails
 ## with "VANTRO:octave:UnknownVariable".
 ## @item "RowGroups"
-## row-group numbers (1-based), read in the order given.
+## row-group numbers (whole numbers from 1 to the file's count), read in the order given.
 ## @item "ByteRange"
-## @code{[offset size]}: the row groups whose first byte lies in the range, so that adjacent
-## ranges split a file between independent readers.
+## @code{[offset size]} in bytes (offset from 0, size at least 1): the row groups whose first
+## byte lies in the range, so that adjacent ranges split a file between independent readers.
 ## @item "Where"
 ## a row filter, e.g. @code{"x > 5 & s == ""abc"""} (see @code{pq_reader} for the syntax).
 ## Row groups whose statistics rule out a match are not read; the rows read are filtered
@@ -42,6 +42,8 @@
 ## @item "DatesAs"
 ## @code{"ticks"} (default) or @code{"datenum"}.
 ## @end table
+## Option names and their text values match in any case.  A wrong option or value fails with
+## "VANTRO:octave:InvalidArgument".
 ## "RowGroups" and "ByteRange" exclude each other.  The second output lists the row groups
 ## that were read.
 ##
@@ -170,8 +172,38 @@ endfunction
 %!error id=VANTRO:octave:InvalidArgument pq_read (file, "Variables")
 %!error id=VANTRO:octave:InvalidArgument pq_read (file, "DatesAs", "julian")
 %!error id=VANTRO:octave:InvalidArgument pq_read (file, "RowGroups", "1")
-%!error id=VANTRO:parquetio:read:InternalInvalidRead pq_read (file, "RowGroups", 4)
-%!error id=VANTRO:parquetio:read:InternalInvalidRead pq_read (file, "RowGroups", 0)
+## Row groups are whole numbers from 1 to the file's count; a byte range starts at a
+## finite offset from 0 and spans at least one byte. Messages count from 1.
+%!error <RowGroups: 4 is not a row group \(the file has row groups 1 to 3\)> pq_read (file, "RowGroups", 4)
+%!error <RowGroups: 0 is not a row group> pq_read (file, "RowGroups", 0)
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "RowGroups", 4)
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "RowGroups", 0)
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "RowGroups", -1)
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "RowGroups", 1.5)
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "RowGroups", [1 2.7])
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "RowGroups", NaN)
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "RowGroups", Inf)
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "RowGroups", 1+i)
+%!error <ByteRange: the offset must be a finite number of bytes from 0, not -1> pq_read (file, "ByteRange", [-1 10])
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "ByteRange", [-1 10])
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "ByteRange", [NaN 5])
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "ByteRange", [Inf 5])
+%!error <ByteRange: the size must be a finite number of bytes above 0, not -10> pq_read (file, "ByteRange", [0 -10])
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "ByteRange", [4 0])
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "ByteRange", [0 Inf])
+%!error id=VANTRO:octave:InvalidArgument pq_read (file, "ByteRange", [0 NaN])
+%!test
+%! ## Whole numbers of other classes are row-group numbers too; an empty list reads nothing.
+%! assert (pq_read (file, "RowGroups", int8 (2)).x, [3; 4]);
+%! [T, rg] = pq_read (file, "RowGroups", []);
+%! assert (rg, zeros (0, 1));
+%! assert (numel (T.x), 0);
+%! ## Option values match in any case, as option names do.
+%! assert (pq_read (file, "datesas", "TICKS"), T0);
+%!error <DatesAs must be "ticks" or "datenum", not "julian"> pq_read (file, "DatesAs", "julian")
+## A folder and a missing file fail as in every other function of the package.
+%!error id=VANTRO:vfs:IsDirectory pq_read (dir)
+%!error <Its variables: 'x', 's', 'k'> pq_read (file, "Variables", {"x", "nope"})
 %!error id=VANTRO:vfs:FileNotFound pq_read (fullfile (dir, "none.parquet"))
 %!error <Invalid call> pq_read ()
 

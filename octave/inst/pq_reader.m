@@ -24,12 +24,12 @@ classdef pq_reader < handle
 ## back to the first row group
 ## @item state = save (r)
 ## the reader's state as the library's row-group reader keeps it: a 1x2 cell holding the
-## file name and a column of the row groups not yet read.  @code{pq_reader (state)} makes a
+## absolute file name and a column of the row groups not yet read.  @code{pq_reader (state)} makes a
 ## reader that continues from there, in this process or another one; options given with the
 ## state apply to the new reader (the state does not carry them).
 ## @end table
-## The properties @code{Filename}, @code{RowGroups} and @code{Position} (row groups read so
-## far) can be read.
+## The properties @code{Filename} (made absolute), @code{RowGroups} and @code{Position} (row
+## groups read so far) can be read.
 ##
 ## Row filter ("Where"): comparisons @code{== != < <= > >=} (also @code{= ~= <>}) of a
 ## variable with a constant, @code{x in (1, 2)}, @code{x between 1 and 5},
@@ -89,6 +89,11 @@ classdef pq_reader < handle
         [r.RowGroups, r.TotalRowGroups] = __pq_mex__ ("rowgroups", source, opts);
       else
         [r.RowGroups, r.TotalRowGroups] = __pq_mex__ ("rowgroups", source, opts);
+      endif
+      ## A saved state names the file absolutely, so that another process in another folder
+      ## reads the same file.
+      if (isempty (regexp (source, '^[A-Za-z][A-Za-z0-9+.-]*://', "once")))
+        source = make_absolute_filename (source);
       endif
       r.Filename = source;
       opts = rmfield (opts, intersect (fieldnames (opts), {"RowGroups", "ByteRange"}));
@@ -175,6 +180,30 @@ endclassdef
 %! assert (r2.RowGroups, 3);
 %! assert (read (r2), struct ("x", 5, "s", {{"e"}}));
 %!error id=VANTRO:filter:UnknownVariable pq_reader (file, "Where", "nope == 1")
+## A state made from a relative name still reads the same file from another folder.
+%!test
+%! here = pwd ();
+%! unwind_protect
+%!   cd (dir);
+%!   r = pq_reader ("t.parquet");
+%!   read (r);
+%!   state = save (r);
+%!   assert (state{1}, make_absolute_filename (file));
+%!   cd (tempdir ());
+%!   assert (readall (pq_reader (state)).x, (2:6)');
+%!   assert (read (r).x, [2; 3]);
+%! unwind_protect_cleanup
+%!   cd (here);
+%! end_unwind_protect
+## Arguments are checked when the reader is made, not at its first read.
+%!error <RowGroups: 99 is not a row group \(the file has row groups 1 to 3\)> pq_reader ({file, 99})
+%!error id=VANTRO:octave:InvalidArgument pq_reader ({file, 99})
+%!error id=VANTRO:octave:InvalidArgument pq_reader ({file, [1; 1.5]})
+%!error id=VANTRO:octave:InvalidArgument pq_reader (file, "RowGroups", 0)
+%!error id=VANTRO:octave:InvalidArgument pq_reader (file, "RowGroups", [1 4])
+%!error id=VANTRO:octave:InvalidArgument pq_reader (file, "ByteRange", [-1 10])
+%!error id=VANTRO:octave:InvalidArgument pq_reader (file, "ByteRange", [0 0])
+%!error id=VANTRO:octave:InvalidArgument pq_reader (file, "DatesAs", "julian")
 ## A file without row groups yields one table without rows.
 %!test
 %! f = fullfile (dir, "empty.parquet");

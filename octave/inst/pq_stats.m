@@ -8,7 +8,9 @@
 ## @item VariableNames
 ## the variables described (1xV cellstr), all of them unless "Variables" names some
 ## @item HasNullCount, HasDistinctCount, HasMinMax
-## RxV logical: whether the footer holds that statistic
+## RxV logical: whether the footer holds that statistic.  A distinct count of 0 for a chunk
+## that holds values is no count (Arrow's writer stores one in every chunk): it is reported
+## as absent.
 ## @item NullCount, DistinctCount
 ## RxV int64, zero where the footer has no count
 ## @item Min, Max
@@ -20,7 +22,7 @@
 ## Options: "Variables" (cellstr or one name) and "DatesAs" ("ticks" or "datenum", as for
 ## @code{pq_read}).  Variables of nested types cannot be described and fail with
 ## "VANTRO:parquetio:read:UnsupportedRowFilterVariable"; unknown names with
-## "VANTRO:octave:UnknownVariable".
+## "VANTRO:octave:UnknownVariable", whose message lists the file's variables.
 ##
 ## Example:
 ## @example
@@ -73,6 +75,18 @@ endfunction
 %!error id=VANTRO:parquetio:read:UnsupportedRowFilterVariable pq_stats (file)
 %!error id=VANTRO:parquetio:read:UnsupportedRowFilterVariable pq_stats (file, "Variables", "l")
 %!error id=VANTRO:octave:UnknownVariable pq_stats (file, "Variables", "nope")
+%!error <The file has no variable 'nope'. Its variables: 'x', 's', 'l'.> pq_stats (file, "Variables", "nope")
+%!error id=VANTRO:octave:InvalidArgument pq_stats (file, "Variables", "x", "DatesAs", "days")
+%!error id=VANTRO:vfs:IsDirectory pq_stats (dir)
+## Distinct counts: only where the writer set one. Arrow's writer flags a 0 in every chunk,
+## which no chunk holding a value can mean; a chunk of nulls only has 0 distinct values.
+%!test
+%! f = fullfile (dir, "n.parquet");
+%! pq_write (f, struct ("x", [1; 2; NaN; NaN]), "RowGroupHeights", [2 2]);
+%! S = pq_stats (f);
+%! assert (S.HasDistinctCount(1), false);
+%! assert (S.DistinctCount(1), int64 (0));
+%! assert (S.NullCount, int64 ([0; 2]));
 %!error id=VANTRO:octave:InvalidArgument pq_stats (file, "Variables", 3)
 %!error id=VANTRO:vfs:FileNotFound pq_stats (fullfile (dir, "none.parquet"))
 %!error <Invalid call> pq_stats ()

@@ -8,8 +8,27 @@
 ## columns, cellstr text (@code{[]} for a missing text), cells of uint8 vectors (binary),
 ## cells of columns (lists), nested 1x1 structs (structs), cells of @code{Key}/@code{Value}
 ## structs (maps), and the @code{Type}-tagged structs of datetimes, durations and
-## categoricals.  NaN in a double or single column is written as a missing value.  Reading
-## the file back gives an equal struct.
+## categoricals.  NaN in a double or single column is written as a missing value.
+##
+## Row vectors: a 1xN numeric, logical or cell vector, wherever it stands (a variable, a list
+## element, a field of a Type-tagged struct), is taken as the Nx1 column it holds and reads
+## back as that column; a char row is one text.
+##
+## Reading the file back gives an equal struct (@code{isequaln}), of the same classes and
+## sizes, except where Parquet or Octave cannot keep the value as given:
+## @itemize
+## @item row vectors come back as columns (see above);
+## @item integer and logical columns with missing values are double with NaN already, and a
+## NaN stored as a value comes back as a missing value (NaN);
+## @item timestamps and times in seconds (@code{Unit "s"}) come back in milliseconds: Parquet
+## has no unit of seconds, so @code{Ticks} come back multiplied by 1000 with
+## @code{Unit "ms"} (the same instants);
+## @item the @code{Ticks} under missing rows (@code{Missing} true) come back as 0, whatever
+## they held;
+## @item categorical @code{Codes} come back as int32;
+## @item an empty list element written as a 0x0 @code{[]} is a missing list; written as
+## @code{zeros (0, 1)} it is an empty list and comes back as such.
+## @end itemize
 ##
 ## The file appears only when the write has succeeded: it is written to a hidden temporary
 ## file in the same folder and renamed over @var{file} at the end, so a failed or
@@ -19,9 +38,9 @@
 ## @table @asis
 ## @item "Compression"
 ## one name for every variable, or a cellstr with one per variable: "snappy" (default),
-## "gzip", "brotli", "zstd", "lz4", "lz4_raw", "uncompressed".
+## "gzip", "brotli", "zstd", "lz4", "uncompressed" (in any case).
 ## @item "Encoding"
-## "dictionary" (default) or "plain", one for all or one per variable.
+## "dictionary" (default) or "plain", one for all or one per variable (in any case).
 ## @item "Version"
 ## Parquet format version "1.0" or "2.0" (default "2.0").
 ## @item "RowGroupHeights"
@@ -33,16 +52,18 @@
 ## Warnings of the library arrive as Octave warnings with its identifiers, e.g.
 ## "VANTRO:parquetio:write:RowGroupedListOfDictionaries" when lists of categoricals are
 ## split into row groups.  Errors carry the library's identifiers
-## ("VANTRO:parquetio:write:InvalidOption", "VANTRO:parquetio:write:InvalidWrite", ...).
+## ("VANTRO:parquetio:write:InvalidOption", "VANTRO:parquetio:write:InvalidWrite", ...);
+## an option's error names the option as given here ("Compression", not the library's
+## property name).
 ##
 ## Examples:
 ## @example
 ## @group
-## T = struct ("x", [1; 2; NaN], "s", @{@{"a"; []; "c"@}@}, "l", @{@{[1 2]; []; 3@}@});
+## T = struct ("x", [1; 2; NaN], "s", @{@{"a"; []; "c"@}@}, "l", @{@{[1; 2]; []; 3@}@});
 ## pq_write ("t.parquet", T);
 ## pq_write ("t.parquet", T, "Compression", "zstd", "RowGroupHeights", [2 1]);
 ## pq_write ("t.parquet", T, "Compression", @{"gzip", "snappy", "zstd"@}, "Version", "1.0");
-## isequaln (pq_read ("t.parquet"), T)
+## isequaln (pq_read ("t.parquet"), T)     # true
 ## @end group
 ## @end example
 ## @seealso{pq_read, pq_info}
@@ -187,6 +208,41 @@ endfunction
 %! assert (fileread (f), before);
 %! assert (isempty (glob (fullfile (fileparts (f), ".*partial*"))));
 
+## Row vectors of every class are columns; a char row is one text.
+%!test
+%! T = struct ("d", [1 2 3], "b", [true false true], "i", int16 ([4 5 6]), "c", {{"a", [], "c"}},
+%!             "l", {{[1 2], [], 3}});
+%! R = roundtrip (dir, T);
+%! assert_same (R.d, [1; 2; 3]);
+%! assert_same (R.b, [true; false; true]);
+%! assert_same (R.i, int16 ([4; 5; 6]));
+%! assert_same (R.c, {"a"; []; "c"});
+%! assert_same (R.l, {[1; 2]; []; 3});
+%! R = roundtrip (dir, struct ("s", "one text", "n", 7));
+%! assert_same (R.s, {"one text"});
+%! R = roundtrip (dir, struct ("ts", struct ("Type", "datetime", "Ticks", int64 ([1 2]), "Unit", "ms",
+%!                                     "TimeZone", "", "Kind", "timestamp", "Missing", [false true])));
+%! assert_same (R.ts.Ticks, int64 ([1; 0]));
+%! assert_same (R.ts.Missing, [false; true]);
+
+## What the help text says does not come back as given, comes back exactly as it says.
+%!test
+%! ts = struct ("Type", "datetime", "Ticks", int64 ([5; 7]), "Unit", "s",
+%!              "TimeZone", "", "Kind", "timestamp", "Missing", [false; true]);
+%! R = roundtrip (dir, struct ("ts", ts, "l", {{[]; zeros(0, 1)}}));
+%! assert (R.ts.Unit, "ms");
+%! assert_same (R.ts.Ticks, int64 ([5000; 0]));
+%! assert_same (R.l, {[]; zeros(0, 1)});
+
+## Option values in any case; errors name the option as the user gave it.
+%!test
+%! f = fullfile (dir, "c.parquet");
+%! pq_write (f, struct ("x", [1; 2], "y", [3; 4]), "Compression", {"ZSTD", "Gzip"},
+%!           "Encoding", "PLAIN");
+%! assert (pq_info (f).VariableCompression, {"zstd", "gzip"});
+%!error <Invalid value for option 'Compression': 'zstdd'> pq_write (fullfile (dir, "e.parquet"), struct ("x", 1), "Compression", "zstdd")
+%!error <Invalid value for option 'Encoding': 'rle'> pq_write (fullfile (dir, "e.parquet"), struct ("x", 1), "Encoding", "rle")
+%!error <Option 'Compression' must have 2 elements> pq_write (fullfile (dir, "e.parquet"), struct ("x", 1, "y", 2), "Compression", {"zstd"})
 %!error id=VANTRO:parquetio:write:InvalidOption pq_write (fullfile (dir, "e.parquet"), struct ("x", 1), "Compression", "zstdd")
 %!error id=VANTRO:parquetio:write:InvalidOption pq_write (fullfile (dir, "e.parquet"), struct ("x", 1), "Version", "3.0")
 %!error id=VANTRO:parquetio:write:WrongOptionNumel pq_write (fullfile (dir, "e.parquet"), struct ("x", 1, "y", 2), "Compression", {"zstd"})

@@ -329,6 +329,11 @@ matrix::unique_array checked(vxArray* array) {
   return matrix::unique_array(array);
 }
 
+// Every vector is a column: a 1xN numeric, logical or cell array is taken as the Nx1 column
+// it holds (the data is the same in either orientation). A char row is one text.
+size_t heightOf(const mxArray* value) { return mxGetM(value) == 1 ? mxGetN(value) : mxGetM(value); }
+size_t widthOf(const mxArray* value) { return mxGetM(value) == 1 ? 1 : mxGetN(value); }
+
 bool isCharRow(const mxArray* value) {
   return mxIsChar(value) && mxGetNumberOfDimensions(value) == 2 && mxGetM(value) <= 1;
 }
@@ -400,7 +405,7 @@ matrix::unique_array textCellToHost(const mxArray* value) {
 
 matrix::unique_array cellToHost(const mxArray* value) {
   if (auto texts = textCellToHost(value)) return texts;
-  auto cells = checked(vxCreateCellMatrix(mxGetM(value), mxGetN(value)));
+  auto cells = checked(vxCreateCellMatrix(heightOf(value), widthOf(value)));
   const size_t count = mxGetNumberOfElements(value);
   for (size_t i = 0; i < count; ++i) {
     const mxArray* element = mxGetCell(value, i);
@@ -509,7 +514,7 @@ matrix::unique_array toHost(const mxArray* value) {
   if (mxIsStruct(value)) return structToHost(value);
   if (mxIsChar(value)) return charToHost(value);
   if (mxIsLogical(value)) {
-    auto out = checked(vxCreateLogicalMatrix(mxGetM(value), mxGetN(value)));
+    auto out = checked(vxCreateLogicalMatrix(heightOf(value), widthOf(value)));
     const mxLogical* in = mxGetLogicals(value);
     vxLogical* data = vxGetLogicals(out.get());
     for (size_t i = 0, count = mxGetNumberOfElements(value); i < count; ++i) data[i] = in[i] != 0;
@@ -523,9 +528,9 @@ matrix::unique_array toHost(const mxArray* value) {
   // The host array views Octave's data: the caller writes it out before Octave gets it back.
   void* data = mxGetData(value);
   if (data == nullptr)
-    return checked(vxCreateNumericMatrix(mxGetM(value), mxGetN(value), id, vxREAL));
-  return checked(
-      vxCreateNumericMatrixOver(mxGetM(value), mxGetN(value), id, data, keepOctaveData, nullptr));
+    return checked(vxCreateNumericMatrix(heightOf(value), widthOf(value), id, vxREAL));
+  return checked(vxCreateNumericMatrixOver(heightOf(value), widthOf(value), id, data,
+                                           keepOctaveData, nullptr));
 }
 
 }  // namespace vantro::octave

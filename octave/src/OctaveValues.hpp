@@ -18,7 +18,8 @@
 //
 // Octave back to host values is the inverse: a cell whose elements are all char rows or []
 // (at least one char) is a "string" object; a 1x1 struct whose first field Type holds one of
-// the object class names is that object; any other 1x1 struct is a table.
+// the object class names is that object; any other 1x1 struct is a table. A 1xN numeric,
+// logical or cell vector is taken as an Nx1 column; a char row is one text.
 #include <string>
 
 #include <mex.h>

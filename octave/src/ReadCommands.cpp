@@ -1,6 +1,9 @@
 // Commands that only read: info, count, read, the reader's row-group list and saved state,
 // statistics.
 #include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,9 +25,15 @@ namespace {
 using foundation::unicode::ustring_to_utf8;
 using foundation::unicode::utf8_to_ustring;
 using vantro::io::parquet::core::read::RowGroupParquetReader;
+using vantro::io::parquet::core::read::Statistics;
 
 [[noreturn]] void invalid(const std::string& message) {
   throw TranslationError{"VANTRO:octave:InvalidArgument", message};
+}
+
+std::string lowercase(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
 }
 
 void requireArguments(int count, int wanted, const char* command) {
@@ -37,22 +46,69 @@ std::vector<double> allRowGroups(double total) {
   return rowGroups;
 }
 
+// A number as the user typed it: whole numbers without a fraction, NaN and Inf by name.
+std::string numberText(double number) {
+  if (std::isnan(number)) return "NaN";
+  if (std::isinf(number)) return number > 0 ? "Inf" : "-Inf";
+  char text[32];
+  std::snprintf(text, sizeof(text), "%.15g", number);
+  return text;
+}
+
+// Row groups are numbered from 1 as the user sees them; Arrow would take 1.5 as 1 and report
+// a bad one 0-based, so every number is checked here against the file.
+std::vector<double> checkedRowGroups(const mxArray* value, double total) {
+  const std::vector<double> rowGroups = numbersOf(value, "RowGroups");
+  for (double number : rowGroups) {
+    if (number >= 1 && number <= total && number == std::floor(number)) continue;
+    const std::string file = total == 0   ? "the file has no row groups"
+                             : total == 1 ? "the file has row group 1 only"
+                                          : "the file has row groups 1 to " + numberText(total);
+    invalid("RowGroups: " + numberText(number) + " is not a row group (" + file + ")");
+  }
+  return rowGroups;
+}
+
+// [offset size] in bytes: an offset from the start of the file and a size of at least one
+// byte, so that a range always names the row groups it covers.
+std::pair<double, double> checkedByteRange(const mxArray* value) {
+  const auto range = numbersOf(value, "ByteRange");
+  if (range.size() != 2) invalid("ByteRange must be [offset size]");
+  if (!std::isfinite(range[0]) || range[0] < 0) {
+    invalid("ByteRange: the offset must be a finite number of bytes from 0, not " +
+            numberText(range[0]));
+  }
+  if (!std::isfinite(range[1]) || range[1] <= 0) {
+    invalid("ByteRange: the size must be a finite number of bytes above 0, not " +
+            numberText(range[1]));
+  }
+  return {range[0], range[1]};
+}
+
 // The reader for the options RowGroups or ByteRange (at most one), else for every row group.
 RowGroupParquetReader openReader(const std::u16string& file, const mxArray* options) {
   // An empty RowGroups list is a list: no row groups.
   const mxArray* listed =
       options && mxIsStruct(options) ? mxGetField(options, 0, "RowGroups") : nullptr;
-  const auto rowGroups = listed ? std::optional<const mxArray*>(listed) : std::nullopt;
   const auto byteRange = optionOf(options, "ByteRange");
-  if (rowGroups && byteRange) invalid("RowGroups and ByteRange exclude each other");
+  if (listed && byteRange) invalid("RowGroups and ByteRange exclude each other");
   if (byteRange) {
-    const auto range = numbersOf(*byteRange, "ByteRange");
-    if (range.size() != 2) invalid("ByteRange must be [offset size]");
-    return RowGroupParquetReader(file, range[0], range[1]);
+    const auto [offset, size] = checkedByteRange(*byteRange);
+    return RowGroupParquetReader(file, offset, size);
   }
-  if (rowGroups) return RowGroupParquetReader(file, numbersOf(*rowGroups, "RowGroups"));
   RowGroupParquetReader probe(file, std::vector<double>{});
-  return RowGroupParquetReader(file, allRowGroups(probe.getTotalNumRowGroups()));
+  const double total = probe.getTotalNumRowGroups();
+  return RowGroupParquetReader(file,
+                               listed ? checkedRowGroups(listed, total) : allRowGroups(total));
+}
+
+[[noreturn]] void unknownVariable(const std::string& name,
+                                  const std::vector<std::u16string>& known) {
+  std::string list;
+  for (const auto& k : known) list += (list.empty() ? "'" : ", '") + ustring_to_utf8(k) + "'";
+  throw TranslationError{"VANTRO:octave:UnknownVariable",
+                         "The file has no variable '" + name +
+                             "'. Its variables: " + (list.empty() ? "none" : list) + "."};
 }
 
 // Selects the Variables option; a name the file lacks is refused with the file's names.
@@ -66,11 +122,7 @@ std::optional<std::vector<std::u16string>> selectVariables(RowGroupParquetReader
   for (const auto& name : textListOf(*variables, "Variables")) {
     names.push_back(utf8_to_ustring(name));
     if (std::find(known.begin(), known.end(), names.back()) == known.end()) {
-      std::string list;
-      for (const auto& k : known) list += (list.empty() ? "" : ", ") + ustring_to_utf8(k);
-      throw TranslationError{
-          "VANTRO:octave:UnknownVariable",
-          "The file has no variable '" + name + "'. Its variables: " + list + "."};
+      unknownVariable(name, known);
     }
   }
   reader.setSelectedVariableNames(names);
@@ -80,12 +132,33 @@ std::optional<std::vector<std::u16string>> selectVariables(RowGroupParquetReader
 ToOctaveOptions translationOptions(const mxArray* options) {
   ToOctaveOptions translation;
   if (const auto dates = optionOf(options, "DatesAs")) {
-    const std::string choice = textOf(*dates, "DatesAs");
-    if (choice != "ticks" && choice != "datenum")
-      invalid("DatesAs must be \"ticks\" or \"datenum\"");
+    const std::string given = textOf(*dates, "DatesAs");
+    const std::string choice = lowercase(given);
+    if (choice != "ticks" && choice != "datenum") {
+      invalid("DatesAs must be \"ticks\" or \"datenum\", not \"" + given + "\"");
+    }
     translation.datesAsDatenum = choice == "datenum";
   }
   return translation;
+}
+
+// Parquet C++ 11 writes a distinct count of 0, flagged as present, into every chunk. A chunk
+// that holds a value has at least one distinct value, so such a 0 is no count: it is reported
+// as absent, as the program vxparquet reports it.
+void dropUnsetDistinctCounts(Statistics& stats, const std::vector<uint64_t>& heights) {
+  const size_t rowGroups = vxGetM(stats.hasDistinctCount.get());
+  const size_t cells = vxGetNumberOfElements(stats.hasDistinctCount.get());
+  vxLogical* hasDistinct = vxGetLogicals(stats.hasDistinctCount.get());
+  const vxLogical* hasNulls = vxGetLogicals(stats.hasNullCount.get());
+  const auto* nulls = static_cast<const int64_t*>(vxGetData(stats.nullCount.get()));
+  const auto* distinct = static_cast<const int64_t*>(vxGetData(stats.distinctCount.get()));
+  for (size_t i = 0; i < cells; ++i) {
+    if (!hasDistinct[i] || distinct[i] != 0) continue;
+    const size_t rowGroup = rowGroups == 0 ? 0 : i % rowGroups;
+    const uint64_t height = rowGroup < heights.size() ? heights[rowGroup] : 0;
+    const bool holdsValues = !hasNulls[i] || static_cast<uint64_t>(nulls[i]) < height;
+    if (holdsValues) hasDistinct[i] = false;
+  }
 }
 
 const mxArray* optionsArgument(int count, const mxArray* args[], int position) {
@@ -96,7 +169,11 @@ const mxArray* optionsArgument(int count, const mxArray* args[], int position) {
 
 void infoCommand(int, mxArray* out[], int count, const mxArray* args[]) {
   requireArguments(count, 1, "info");
-  const vantro::io::parquet::core::info::ParquetInfo info(fileNameOf(args[0]));
+  const std::u16string file = fileNameOf(args[0]);
+  // The summary reports every failure as one wrapped read error; opened as a read opens it
+  // first, a missing file, a folder or a file that is not Parquet fail as they do in pq_read.
+  RowGroupParquetReader(file, std::vector<double>{});
+  const vantro::io::parquet::core::info::ParquetInfo info(file);
   static const char* kFields[] = {"Filename",
                                   "FileSize",
                                   "NumRowGroups",
@@ -165,6 +242,8 @@ void readCommand(int nout, mxArray* out[], int count, const mxArray* args[]) {
 void rowGroupsCommand(int nout, mxArray* out[], int count, const mxArray* args[]) {
   requireArguments(count, 1, "rowgroups");
   const mxArray* options = optionsArgument(count, args, 1);
+  // The reader is made here: every option is checked now, not at its first read.
+  translationOptions(options);
   RowGroupParquetReader reader = openReader(fileNameOf(args[0]), options);
   selectVariables(reader, options);
   const auto where = whereOf(options, reader);
@@ -217,10 +296,7 @@ void statsCommand(int, mxArray* out[], int count, const mxArray* args[]) {
   if (const auto variables = optionOf(options, "Variables")) {
     for (const auto& name : textListOf(*variables, "Variables")) {
       const auto found = std::find(known.begin(), known.end(), utf8_to_ustring(name));
-      if (found == known.end()) {
-        throw TranslationError{"VANTRO:octave:UnknownVariable",
-                               "The file has no variable '" + name + "'."};
-      }
+      if (found == known.end()) unknownVariable(name, known);
       indices.push_back(static_cast<int>(found - known.begin()));
     }
   } else {
@@ -229,7 +305,8 @@ void statsCommand(int, mxArray* out[], int count, const mxArray* args[]) {
   std::vector<std::u16string> names;
   for (int index : indices) names.push_back(known[index]);
 
-  const auto stats = reader.getStatistics(indices);
+  auto stats = reader.getStatistics(indices);
+  dropUnsetDistinctCounts(stats, reader.getRowGroupHeights());
   static const char* kFields[] = {"VariableNames", "HasNullCount", "HasDistinctCount",
                                   "HasMinMax",     "NullCount",    "DistinctCount",
                                   "Min",           "Max"};

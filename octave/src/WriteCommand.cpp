@@ -1,4 +1,6 @@
 // pq_write: an Octave table (1x1 struct of columns) through the library's ParquetWriter.
+#include <algorithm>
+#include <cctype>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,7 @@
 #include "host/converter/Converter.hpp"
 #include "host/services/Interrupts.hpp"
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
 #include "toolbox/vantro/io/parquet/core/write/ParquetWriter.hpp"
 
 namespace vantro::octave {
@@ -19,7 +22,9 @@ namespace vantro::octave {
 namespace {
 
 using foundation::unicode::utf8_to_ustring;
+using vantro::io::parquet::core::common::throwException;
 using vantro::io::parquet::core::write::ParquetWriter;
+namespace msg = VANTRO::parquetio::write;
 
 [[noreturn]] void invalid(const std::string& message) {
   throw TranslationError{"VANTRO:octave:InvalidArgument", message};
@@ -45,10 +50,26 @@ void setLeafPaths(ParquetWriter& writer, const ::arrow::Schema& schema) {
   writer.setLeafColumnPaths(std::move(offsets), std::move(paths));
 }
 
-// One setting for every variable, or the list as given (the library checks its length).
-std::vector<std::string> perVariable(const mxArray* value, size_t variables, const char* what) {
-  std::vector<std::string> settings = textListOf(value, what);
+std::string lowercase(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
+// One setting for every variable, or one per variable, in any case. The writer would name its
+// own property in its error ("VariableCompression"); checked here, the error names the option
+// the user gave, with the writer's identifiers.
+std::vector<std::string> perVariable(const mxArray* value, size_t variables, const char* option,
+                                     const std::vector<std::string>& choices) {
+  std::vector<std::string> settings = textListOf(value, option);
   if (mxIsChar(value)) settings.assign(variables, settings.empty() ? "" : settings[0]);
+  if (settings.size() != variables) throwException<msg::WrongOptionNumel>(option, variables);
+  for (auto& setting : settings) {
+    const std::string given = setting;
+    setting = lowercase(given);
+    if (std::find(choices.begin(), choices.end(), setting) == choices.end()) {
+      throwException<msg::InvalidOption>(option, given);
+    }
+  }
   return settings;
 }
 
@@ -105,9 +126,15 @@ void writeCommand(int, mxArray*[], int count, const mxArray* args[]) {
     if (view.ok() && heights)
       checkHeights(numbersOf(*heights, "RowGroupHeights"), (*view)->num_rows());
   }
-  if (compression)
-    writer.setVariableCompression(perVariable(*compression, names.size(), "Compression"));
-  if (encoding) writer.setVariableEncoding(perVariable(*encoding, names.size(), "Encoding"));
+  if (compression) {
+    writer.setVariableCompression(
+        perVariable(*compression, names.size(), "Compression",
+                    {"snappy", "gzip", "brotli", "zstd", "lz4", "uncompressed"}));
+  }
+  if (encoding) {
+    writer.setVariableEncoding(
+        perVariable(*encoding, names.size(), "Encoding", {"dictionary", "plain"}));
+  }
 
   // A Ctrl-C during the translation stops here, before anything is written.
   utInterruptState::ThrowIfInterruptPending();

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <arrow/api.h>
+#include <parquet/encryption/encryption.h>
 #include <parquet/file_reader.h>
 #include <parquet/properties.h>
 
@@ -140,6 +141,29 @@ TEST(ShortData, FewerRowsThanTheFooterDeclaresAreRefused) {
     EXPECT_NE(message.find("The data holds 39 rows where the footer declares 50"),
               std::string::npos)
         << message;
+  }
+}
+
+// A plaintext footer over an encrypted column: the chunk's metadata cannot be decoded without
+// the key, which Parquet reports by exception when the reader first looks at the chunk.
+TEST(EncryptedChunkMetadata, IsAReadErrorOfTheLibrary) {
+  vxtest::TempDir dir;
+  const std::string path = dir.file("encrypted.parquet");
+  const std::string footerKey = "0123456789012345";
+  const std::string columnKey = "1234567890123450";
+  parquet::ColumnPathToEncryptionPropertiesMap columns;
+  columns["x"] = parquet::ColumnEncryptionProperties::Builder("x").key(columnKey)->build();
+  const auto encryption = parquet::FileEncryptionProperties::Builder(footerKey)
+                              .set_plaintext_footer()
+                              ->encrypted_columns(columns)
+                              ->build();
+  const auto properties = parquet::WriterProperties::Builder().encryption(encryption)->build();
+  vxtest::writeParquet(path, vxtest::simpleTable(10), 1024, properties);
+
+  RowGroupParquetReader reader(u16(path), std::vector<double>{1});
+  for (const auto& read : std::vector<std::function<void()>>{
+           [&] { reader.read(); }, [&] { reader.readall(); }, [&] { reader.readFullFile(); }}) {
+    expectHostError(read, "VANTRO:parquetio:read:ReaderLoadFailed");
   }
 }
 

@@ -314,10 +314,14 @@ void ParquetReader::requireFile() const {
 }
 
 void ParquetReader::checkDeclaredSizes(const std::vector<int>& rowGroups) const {
-  throwReadExceptIfNotOk(
-      checkDeclaredChunkSizes(getMetadata(), rowGroups, mSelectedVariables.parquetColumnIndices,
-                              foundation::services::getMaxColumnChunkBytes()),
-      mFilename);
+  // The chunk metadata is decoded here for the first time: an encrypted or damaged one makes
+  // Parquet throw.
+  throwReadExceptIfNotOk(guarded([&] {
+                           return checkDeclaredChunkSizes(
+                               getMetadata(), rowGroups, mSelectedVariables.parquetColumnIndices,
+                               foundation::services::getMaxColumnChunkBytes());
+                         }),
+                         mFilename);
 }
 
 int64_t ParquetReader::footerRows(const std::vector<int>& rowGroups) const {
