@@ -20,9 +20,10 @@
 ## @item row vectors come back as columns (see above);
 ## @item integer and logical columns with missing values are double with NaN already, and a
 ## NaN stored as a value comes back as a missing value (NaN);
-## @item timestamps and times in seconds (@code{Unit "s"}) come back in milliseconds: Parquet
-## has no unit of seconds, so @code{Ticks} come back multiplied by 1000 with
-## @code{Unit "ms"} (the same instants);
+## @item Parquet has no unit of seconds: timestamps and times in seconds (@code{Unit "s"})
+## are stored in milliseconds and come back in seconds at the top level of the table (from the
+## Arrow schema stored in the file); nested in a list or struct they come back in milliseconds
+## (@code{Ticks} times 1000, the same instants);
 ## @item the @code{Ticks} under missing rows (@code{Missing} true) come back as 0, whatever
 ## they held;
 ## @item categorical @code{Codes} come back as int32;
@@ -229,10 +230,26 @@ endfunction
 %!test
 %! ts = struct ("Type", "datetime", "Ticks", int64 ([5; 7]), "Unit", "s",
 %!              "TimeZone", "", "Kind", "timestamp", "Missing", [false; true]);
-%! R = roundtrip (dir, struct ("ts", ts, "l", {{[]; zeros(0, 1)}}));
-%! assert (R.ts.Unit, "ms");
-%! assert_same (R.ts.Ticks, int64 ([5000; 0]));
+%! tm = struct ("Type", "duration", "Ticks", int64 ([0; 86399]), "Unit", "s",
+%!              "Kind", "time32", "Missing", [false; false]);
+%! R = roundtrip (dir, struct ("ts", ts, "tm", tm, "l", {{[]; zeros(0, 1)}}));
+%! assert (R.ts.Unit, "s");
+%! assert_same (R.ts.Ticks, int64 ([5; 0]));
+%! assert_same (R.tm, tm);
 %! assert_same (R.l, {[]; zeros(0, 1)});
+%! ## Also when read in parts, filtered, or as statistics.
+%! f = fullfile (dir, "s.parquet");
+%! pq_write (f, struct ("ts", ts, "x", [1; 2]), "RowGroupHeights", [1 1]);
+%! assert (pq_read (f, "Where", "x == 1").ts.Unit, "s");
+%! r = pq_reader (f);
+%! assert (read (r).ts.Ticks, int64 (5));
+%! S = pq_stats (f, "Variables", "ts");
+%! assert (S.Max{1}.Unit, "s");
+%! assert (S.Max{1}.Ticks(1), int64 (5));
+%! ## Nested, the seconds stay milliseconds.
+%! R = roundtrip (dir, struct ("st", struct ("ts", ts)));
+%! assert (R.st.ts.Unit, "ms");
+%! assert_same (R.st.ts.Ticks, int64 ([5000; 0]));
 
 ## Option values in any case; errors name the option as the user gave it.
 %!test

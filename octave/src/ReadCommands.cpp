@@ -12,6 +12,7 @@
 #include "MexArguments.hpp"
 #include "OctaveValues.hpp"
 #include "RowFilter.hpp"
+#include "StoredUnits.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/info/ParquetInfo.hpp"
 #include "toolbox/vantro/io/parquet/core/info/RowGroupCount.hpp"
@@ -220,21 +221,26 @@ void readCommand(int nout, mxArray* out[], int count, const mxArray* args[]) {
   requireArguments(count, 1, "read");
   const mxArray* options = optionsArgument(count, args, 1);
   const ToOctaveOptions translation = translationOptions(options);
-  RowGroupParquetReader reader = openReader(fileNameOf(args[0]), options);
+  const std::u16string file = fileNameOf(args[0]);
+  RowGroupParquetReader reader = openReader(file, options);
   const auto requested = selectVariables(reader, options);
   const auto where = whereOf(options, reader);
+  const std::vector<std::string> seconds = secondsVariables(file);
   if (where) {
     selectForFilter(reader, requested, *where);
     const std::vector<double> rowGroups =
         keepPossibleRowGroups(reader, *where, reader.getRowGroups());
     const matrix::unique_array table = reader.readRowGroups(rowGroups);
-    out[0] = toOctave(filterTable(table.get(), *where, requested).get(), translation);
+    const matrix::unique_array filtered = filterTable(table.get(), *where, requested);
+    restoreSecondsInTable(filtered.get(), seconds);
+    out[0] = toOctave(filtered.get(), translation);
     if (nout > 1) out[1] = doubleColumnOf(rowGroups);
     return;
   }
   const bool whole = !(options && mxIsStruct(options) && mxGetField(options, 0, "RowGroups")) &&
                      !optionOf(options, "ByteRange");
   const matrix::unique_array table = whole ? reader.readFullFile() : reader.readall();
+  restoreSecondsInTable(table.get(), seconds);
   out[0] = toOctave(table.get(), translation);
   if (nout > 1) out[1] = doubleColumnOf(reader.getRowGroups());
 }
@@ -260,17 +266,19 @@ void nextCommand(int nout, mxArray* out[], int count, const mxArray* args[]) {
   const mxArray* options = args[1];
   const ToOctaveOptions translation = translationOptions(options);
   const auto rowGroups = optionOf(options, "RowGroups");
+  const std::u16string file = fileNameOf(args[0]);
   RowGroupParquetReader reader(
-      fileNameOf(args[0]), rowGroups ? numbersOf(*rowGroups, "RowGroups") : std::vector<double>{});
+      file, rowGroups ? numbersOf(*rowGroups, "RowGroups") : std::vector<double>{});
   const auto requested = selectVariables(reader, options);
   const auto where = whereOf(options, reader);
   if (where) selectForFilter(reader, requested, *where);
   const auto cursor = numbersOf(args[2], "the reader's position");
   if (cursor.size() != 1 || !(cursor[0] >= 0)) invalid("the reader's position is not valid");
   reader.setRowGroupIndex(static_cast<uint64_t>(cursor[0]));
-  const matrix::unique_array table = reader.read();
-  out[0] = toOctave(where ? filterTable(table.get(), *where, requested).get() : table.get(),
-                    translation);
+  matrix::unique_array table = reader.read();
+  if (where) table = filterTable(table.get(), *where, requested);
+  restoreSecondsInTable(table.get(), secondsVariables(file));
+  out[0] = toOctave(table.get(), translation);
   if (nout > 1) out[1] = mxCreateDoubleScalar(static_cast<double>(reader.getRowGroupIndex()));
 }
 
@@ -290,7 +298,8 @@ void restoreCommand(int nout, mxArray* out[], int count, const mxArray* args[]) 
 void statsCommand(int, mxArray* out[], int count, const mxArray* args[]) {
   requireArguments(count, 1, "stats");
   const mxArray* options = optionsArgument(count, args, 1);
-  RowGroupParquetReader reader(fileNameOf(args[0]), std::vector<double>{});
+  const std::u16string file = fileNameOf(args[0]);
+  RowGroupParquetReader reader(file, std::vector<double>{});
   const std::vector<std::u16string> known = reader.getVariableNames();
   std::vector<int> indices;
   if (const auto variables = optionOf(options, "Variables")) {
@@ -303,10 +312,17 @@ void statsCommand(int, mxArray* out[], int count, const mxArray* args[]) {
     for (size_t i = 0; i < known.size(); ++i) indices.push_back(static_cast<int>(i));
   }
   std::vector<std::u16string> names;
-  for (int index : indices) names.push_back(known[index]);
+  std::vector<std::string> utf8Names;
+  for (int index : indices) {
+    names.push_back(known[index]);
+    utf8Names.push_back(ustring_to_utf8(known[index]));
+  }
 
   auto stats = reader.getStatistics(indices);
   dropUnsetDistinctCounts(stats, reader.getRowGroupHeights());
+  const std::vector<std::string> seconds = secondsVariables(file);
+  restoreSeconds(utf8Names, stats.min.get(), seconds);
+  restoreSeconds(utf8Names, stats.max.get(), seconds);
   static const char* kFields[] = {"VariableNames", "HasNullCount", "HasDistinctCount",
                                   "HasMinMax",     "NullCount",    "DistinctCount",
                                   "Min",           "Max"};
