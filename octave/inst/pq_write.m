@@ -18,15 +18,17 @@
 ## sizes, except where Parquet or Octave cannot keep the value as given:
 ## @itemize
 ## @item row vectors come back as columns (see above);
-## @item integer and logical columns with missing values are double with NaN already, and a
-## NaN stored as a value comes back as a missing value (NaN);
+## @item a missing value reads as NaN in a double column, so a NaN written as a value comes
+## back as NaN but is stored as a missing value (a column with missing values reads as double,
+## see @code{help pq_read});
 ## @item Parquet has no unit of seconds: timestamps and times in seconds (@code{Unit "s"})
 ## are stored in milliseconds and come back in seconds at the top level of the table (from the
 ## Arrow schema stored in the file); nested in a list or struct they come back in milliseconds
 ## (@code{Ticks} times 1000, the same instants);
 ## @item the @code{Ticks} under missing rows (@code{Missing} true) come back as 0, whatever
 ## they held;
-## @item categorical @code{Codes} come back as int32;
+## @item categorical @code{Codes} of another integer class come back as int32 (Parquet keeps
+## dictionary indices that way; builds on newer Arrow keep the class written);
 ## @item an empty list element written as a 0x0 @code{[]} is a missing list; written as
 ## @code{zeros (0, 1)} it is an empty list and comes back as such.
 ## @end itemize
