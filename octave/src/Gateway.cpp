@@ -3,7 +3,10 @@
 // and catalogue text; the library's warnings become Octave warnings with theirs.
 #include <cstring>
 #include <exception>
+#include <limits>
 #include <string>
+
+#include <malloc.h>
 
 #include <mex.h>
 
@@ -12,6 +15,7 @@
 #include "OctaveValues.hpp"
 #include "host/except/Exception.hpp"
 #include "host/matrix/Matrix.hpp"
+#include "host/services/IdleMemoryReleaser.hpp"
 #include "host/services/Services.hpp"
 #include "host/vfs/Interrupted.hpp"
 
@@ -81,6 +85,18 @@ void forwardWarnings() {
   }
 }
 
+// Octave's arrays come from malloc. A read's columns are megabytes each, which glibc maps
+// afresh for every array and unmaps when it is cleared, so each read faulted all their pages
+// in again (the copy into Octave's arrays then cost as much as the read itself). Kept in the
+// heap up to glibc's largest threshold, the next read's arrays reuse those pages; the idle
+// releaser gives them back to the system once the package has rested, as it does Arrow's.
+void keepOctaveArrayPages() {
+  constexpr int kLargestMmapThreshold = 32 << 20;
+  mallopt(M_MMAP_THRESHOLD, kLargestMmapThreshold);
+  mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
+  foundation::services::IdleMemoryReleaser::instance().addReleaseStep([] { malloc_trim(0); });
+}
+
 }  // namespace
 
 extern "C" void mexFunction(int nlhs, mxArray* plhs[], int nrhs, const mxArray* prhs[]) {
@@ -92,6 +108,7 @@ extern "C" void mexFunction(int nlhs, mxArray* plhs[], int nrhs, const mxArray* 
     virtualiostream::setStopOnInterrupt(true);
     // Octave reads again and again in one process: freed pages stay for the next read.
     foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
+    keepOctaveArrayPages();
     initialised = true;
   }
   Failure failure;
