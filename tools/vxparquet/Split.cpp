@@ -51,10 +51,11 @@ std::optional<SplitChoice> fromSlurmArray() {
   const auto count = environmentNumber("SLURM_ARRAY_TASK_COUNT");
   if (!id || !count) return std::nullopt;
   const uint64_t first = environmentNumber("SLURM_ARRAY_TASK_MIN").value_or(0);
-  const uint64_t step = std::max<uint64_t>(environmentNumber("SLURM_ARRAY_TASK_STEP").value_or(1), 1);
+  const uint64_t step =
+      std::max<uint64_t>(environmentNumber("SLURM_ARRAY_TASK_STEP").value_or(1), 1);
   if (*id < first || (*id - first) % step != 0) {
-    failWith("NoLauncher", "SLURM_ARRAY_TASK_ID " + std::to_string(*id) +
-                               " is not in the array's range.");
+    failWith("NoLauncher",
+             "SLURM_ARRAY_TASK_ID " + std::to_string(*id) + " is not in the array's range.");
   }
   return checkedChoice((*id - first) / step + 1, *count, "The Slurm job array");
 }
