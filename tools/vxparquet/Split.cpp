@@ -90,7 +90,22 @@ std::vector<int> rowGroupsThatMayMatch(const std::string& file, const plan::Plan
   return kept;
 }
 
+TaskSource& taskSource() {
+  static TaskSource source = [](const std::vector<std::string>& files, const SplitChoice& choice,
+                                const std::optional<std::string>& where) {
+    return planFiles(files, choice.count, where).at(choice.number - 1);
+  };
+  return source;
+}
+
 }  // namespace
+
+void setTaskSource(TaskSource source) { taskSource() = std::move(source); }
+
+plan::Task taskForSplit(const std::vector<std::string>& files, const SplitChoice& choice,
+                        const std::optional<std::string>& where) {
+  return taskSource()(files, choice, where);
+}
 
 SplitChoice parseSplit(const std::string& text) {
   if (text == "auto") {
@@ -136,6 +151,29 @@ TaskInputs inputsOfTask(const plan::Task& task) {
     for (int rowGroup : file.rowGroups) inputs.rowGroups[name].push_back(rowGroup + 1.0);
   }
   return inputs;
+}
+
+plan::Task readTask(const std::string& file, const std::optional<std::string>& root) {
+  std::string text;
+  if (file == "-") {
+    char buffer[65536];
+    while (std::fgets(buffer, sizeof buffer, stdin) != nullptr) {
+      text += buffer;
+      if (!text.empty() && text.back() == '\n') break;
+    }
+  } else {
+    std::FILE* input = std::fopen(file.c_str(), "rb");
+    if (input == nullptr) failWith("TaskNotFound", "Unable to open the task file '" + file + "'.");
+    char buffer[65536];
+    size_t got;
+    while ((got = std::fread(buffer, 1, sizeof buffer, input)) > 0) text.append(buffer, got);
+    std::fclose(input);
+  }
+  std::optional<std::u16string> newRoot;
+  if (root) newRoot = utf8_to_ustring(*root);
+  auto task = plan::taskFromText(text, newRoot);
+  plan::checkTaskFiles(task);
+  return task;
 }
 
 int runPlan(const std::vector<std::string>& words) {

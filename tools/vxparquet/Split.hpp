@@ -3,6 +3,7 @@
 // Splits of the program's inputs into tasks, for job arrays and MPI launches: the plan command,
 // and the task that --split K/N or --split auto picks out of the same plan.
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -30,6 +31,17 @@ SplitChoice parseSplit(const std::string& text);
 std::vector<vantro::io::parquet::core::plan::Task> planFiles(
     const std::vector<std::string>& files, uint64_t count, const std::optional<std::string>& where);
 
+// Where --split gets its task. By default each process plans the files itself (the plan is the
+// same everywhere); a launcher that plans once and hands every process its task (vxparquet-mpi)
+// installs its own source. Every process of a launch calls it at the same point.
+using TaskSource = std::function<vantro::io::parquet::core::plan::Task(
+    const std::vector<std::string>& files, const SplitChoice& choice,
+    const std::optional<std::string>& where)>;
+void setTaskSource(TaskSource source);
+vantro::io::parquet::core::plan::Task taskForSplit(const std::vector<std::string>& files,
+                                                   const SplitChoice& choice,
+                                                   const std::optional<std::string>& where);
+
 // The row groups (1-based) of each file that one task reads, for the read-side commands.
 using FileRowGroups = std::map<std::string, std::vector<double>>;
 // The files of a task in its order, with their row groups.
@@ -38,6 +50,11 @@ struct TaskInputs {
   FileRowGroups rowGroups;
 };
 TaskInputs inputsOfTask(const vantro::io::parquet::core::plan::Task& task);
+
+// The task text in file ('-': standard input; its first line), looked for under root when
+// given, with every file checked against its fingerprint.
+vantro::io::parquet::core::plan::Task readTask(const std::string& file,
+                                               const std::optional<std::string>& root);
 
 int runPlan(const std::vector<std::string>& words);
 
