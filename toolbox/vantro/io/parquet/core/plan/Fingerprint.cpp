@@ -23,7 +23,7 @@ uint64_t fnv1a64(const uint8_t* data, int64_t size) {
 
 }  // namespace
 
-::arrow::Result<FileFingerprint> fingerprintFile(::arrow::io::RandomAccessFile& file) {
+::arrow::Result<Footer> readFooter(::arrow::io::RandomAccessFile& file) {
   ARROW_ASSIGN_OR_RAISE(const int64_t size, file.GetSize());
   if (size < kTailBytes + 4) {
     return ::arrow::Status::Invalid("The file is too short (", size, " bytes) to be Parquet");
@@ -46,7 +46,14 @@ uint64_t fnv1a64(const uint8_t* data, int64_t size) {
   if (footer->size() != footerLength) {
     return ::arrow::Status::IOError("Unable to read the file's footer");
   }
-  return FileFingerprint{static_cast<uint64_t>(size), fnv1a64(footer->data(), footer->size())};
+  return Footer{
+      FileFingerprint{static_cast<uint64_t>(size), fnv1a64(footer->data(), footer->size())},
+      std::move(footer)};
+}
+
+::arrow::Result<FileFingerprint> fingerprintFile(::arrow::io::RandomAccessFile& file) {
+  ARROW_ASSIGN_OR_RAISE(auto footer, readFooter(file));
+  return footer.fingerprint;
 }
 
 std::string footerHashText(uint64_t hash) {

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
+#include <arrow/buffer.h>
 #include <arrow/io/interfaces.h>
 #include <arrow/result.h>
 
@@ -21,10 +23,17 @@ struct FileFingerprint {
   bool operator!=(const FileFingerprint& other) const { return !(*this == other); }
 };
 
+// A file's serialized footer (Parquet's FileMetaData) and the fingerprint made from it.
+struct Footer {
+  FileFingerprint fingerprint;
+  std::shared_ptr<::arrow::Buffer> bytes;
+};
+
 // Reads the footer that the file's last eight bytes locate and hashes it (64-bit FNV-1a, the
 // same on every machine). Invalid for a file that is too short, lacks Parquet's closing magic
 // bytes or declares a footer longer than itself; an encrypted footer ("PARE") is hashed like
 // any other.
+::arrow::Result<Footer> readFooter(::arrow::io::RandomAccessFile& file);
 ::arrow::Result<FileFingerprint> fingerprintFile(::arrow::io::RandomAccessFile& file);
 
 // "fnv1a64:" and 16 lower-case hex digits; parseFooterHash reads it back (false for anything

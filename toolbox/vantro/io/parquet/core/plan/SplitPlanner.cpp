@@ -4,8 +4,6 @@
 #include <filesystem>
 #include <memory>
 
-#include <arrow/memory_pool.h>
-#include <parquet/arrow/reader.h>
 #include <parquet/exception.h>
 #include <parquet/file_reader.h>
 #include <parquet/metadata.h>
@@ -15,7 +13,6 @@
 
 #include "host/services/Interrupts.hpp"
 #include "host/unicode/ustring.hpp"
-#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
 
@@ -43,21 +40,21 @@ uint64_t compressedBytes(const ::parquet::RowGroupMetaData& rowGroup) {
   return bytes;
 }
 
+// One read of the file's tail gives both the fingerprint and the metadata: planning reads
+// nothing else, and builds no Arrow reader.
 PlanFile describeFile(const std::u16string& file) {
   auto adapter = common::makeReadableFilePtr(file);
   const std::u16string name = adapter->GetFilename();
-  std::unique_ptr<::parquet::arrow::FileReader> reader;
-  common::throwReadExceptIfNotOk(
-      common::compat::OpenFile(adapter, ::arrow::default_memory_pool(), &reader), name);
+  auto footer = readFooter(*adapter);
+  common::throwReadExceptIfNotOk(footer.status(), name);
   if (utIsSignalThread() != 0) utInterruptState::ThrowIfInterruptPending();
 
   PlanFile described;
   described.name = absoluteName(name);
-  auto fingerprint = fingerprintFile(*adapter);
-  common::throwReadExceptIfNotOk(fingerprint.status(), name);
-  described.fingerprint = *fingerprint;
+  described.fingerprint = footer->fingerprint;
   try {
-    const auto metadata = reader->parquet_reader()->metadata();
+    uint32_t length = static_cast<uint32_t>(footer->bytes->size());
+    const auto metadata = ::parquet::FileMetaData::Make(footer->bytes->data(), &length);
     for (int i = 0; i < metadata->num_row_groups(); ++i) {
       const auto rowGroup = metadata->RowGroup(i);
       described.rowGroups.push_back(i);
@@ -65,7 +62,7 @@ PlanFile describeFile(const std::u16string& file) {
       described.rows.push_back(static_cast<uint64_t>(std::max<int64_t>(0, rowGroup->num_rows())));
     }
   } catch (const ::parquet::ParquetException& e) {
-    // Column metadata that cannot be decoded (damaged, or encrypted with keys we lack).
+    // A footer that does not decode (damaged, or encrypted with keys we lack).
     common::throwReaderLoadException(ustring_to_utf8(name), e.what());
   }
   return described;
