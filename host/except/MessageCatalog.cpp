@@ -41,6 +41,10 @@ const std::unordered_map<std::string_view, std::string_view>& catalogue() {
       {"VANTRO:parquetio:write:NestedRowGroupedListOfDictionaries",
        "Variable '{0}' holds dictionary-encoded values nested inside lists; reading it back "
        "across several row groups will fail."},
+      // Splits of files into tasks
+      {"VANTRO:parquetio:plan:InvalidTask", "Invalid task: {0}."},
+      {"VANTRO:parquetio:plan:FileChanged",
+       "'{0}' is not the file that the task was planned for: {1}. Plan the tasks again."},
       // Row filters
       {"VANTRO:filter:InvalidExpression", "Invalid row filter '{0}': {1}."},
       {"VANTRO:filter:UnknownVariable",

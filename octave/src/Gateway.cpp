@@ -37,6 +37,8 @@ Command commandNamed(const std::string& name) {
   if (name == "restore") return restoreCommand;
   if (name == "stats") return statsCommand;
   if (name == "write") return writeCommand;
+  if (name == "plan") return planCommand;
+  if (name == "task") return taskCommand;
   return nullptr;
 }
 

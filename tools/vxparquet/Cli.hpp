@@ -105,6 +105,7 @@ int runRead(const std::vector<std::string>& words);
 int runStats(const std::vector<std::string>& words);
 int runWrite(const std::vector<std::string>& words);
 int runHead(const std::vector<std::string>& words);
+int runPlan(const std::vector<std::string>& words);
 
 // One line per option and an example, for "vxparquet help COMMAND" and "COMMAND --help"; empty
 // for an unknown command.

@@ -51,6 +51,17 @@ std::string commandHelp(const std::string& command) {
        "  --json          one JSON document (an array of them for several files)\n"
        "  --recursive     look for *.parquet files in subfolders of FOLDER too\n"
        "example: vxparquet stats data.parquet --vars id,day\n"},
+      {"plan",
+       "usage: vxparquet plan FILE|FOLDER|GLOB... -n N [options]\n"
+       "  -n N, --tasks N     the number of tasks: each a run of row groups of about equal\n"
+       "                      compressed size; one line of JSON per task, numbered from 1\n"
+       "  --where EXPR        leave out the row groups whose statistics rule EXPR out, and\n"
+       "                      carry EXPR in each task\n"
+       "  --vars a,b          carry this selection in each task\n"
+       "  --recursive         look for *.parquet files in subfolders of FOLDER too\n"
+       "Each task names its files relative to a root folder and with a fingerprint of each\n"
+       "file: read it with 'vxparquet read --task FILE' (--root DIR where the data moved).\n"
+       "example: vxparquet plan data/ -n 100 > tasks.jsonl\n"},
       {"write",
        "usage: vxparquet write OUT|- --from IN|- [options]\n"
        "  --from IN                       the input: Parquet, CSV or TSV; '-' reads standard "

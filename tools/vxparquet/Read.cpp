@@ -11,6 +11,7 @@
 
 #include "Cli.hpp"
 #include "Files.hpp"
+#include "Split.hpp"
 #include "host/converter/Converter.hpp"
 #include "host/converter/Display.hpp"
 #include "host/converter/HostValues.hpp"
@@ -45,6 +46,8 @@ struct ReadRequest {
   std::optional<uint64_t> limit;
   uint64_t offset = 0;
   bool withFile = false;
+  // The row groups of each file that one task of a plan reads (--split, --task).
+  std::optional<FileRowGroups> taskRowGroups;
 };
 
 Format parseFormat(const Arguments& args) {
@@ -64,19 +67,46 @@ Format parseFormat(const Arguments& args) {
   return Format::kTable;
 }
 
+// The task's selection and filter, unless the command line gives its own.
+void takeTaskSelection(const vantro::io::parquet::core::plan::Task& task, ReadRequest& request) {
+  if (task.where && request.where && *task.where != *request.where) {
+    throw UsageError{"--where differs from the task's filter"};
+  }
+  if (task.where) request.where = task.where;
+  if (task.variables && !request.variables) request.variables = task.variables;
+}
+
 void parseCommon(const Arguments& args, ReadRequest& request) {
   request.format = parseFormat(args);
   if (auto vars = args.value("--vars")) request.variables = splitNames(*vars, "--vars");
   request.where = args.value("--where");
+  if (auto taskFile = args.value("--task")) {
+    if (!args.positional().empty()) throw UsageError{"--task takes no FILE"};
+    const auto task = readTask(*taskFile, args.value("--root"));
+    takeTaskSelection(task, request);
+    auto inputs = inputsOfTask(task);
+    request.files = std::move(inputs.files);
+    request.taskRowGroups = std::move(inputs.rowGroups);
+    return;
+  }
+  if (args.value("--root")) throw UsageError{"--root goes with --task"};
   request.files = expandInputs(args.positional(), args.flag("--recursive"));
+  if (auto split = args.value("--split")) {
+    const auto task = taskForSplit(request.files, parseSplit(*split), request.where);
+    auto inputs = inputsOfTask(task);
+    request.files = std::move(inputs.files);
+    request.taskRowGroups = std::move(inputs.rowGroups);
+  }
 }
 
 ReadRequest parseRead(const std::vector<std::string>& words) {
-  const Arguments args(
-      words,
-      {"--vars", "--row-groups", "--byte-range", "--where", "--limit", "--offset", "--format"},
-      {"--each", "--json", "--explain", "--recursive", "--with-file"});
-  if (args.positional().empty()) throw UsageError{"read needs at least one FILE"};
+  const Arguments args(words,
+                       {"--vars", "--row-groups", "--byte-range", "--where", "--limit", "--offset",
+                        "--format", "--split", "--task", "--root"},
+                       {"--each", "--json", "--explain", "--recursive", "--with-file"});
+  if (args.positional().empty() && !args.value("--task")) {
+    throw UsageError{"read needs at least one FILE"};
+  }
   ReadRequest request;
   parseCommon(args, request);
   request.each = args.flag("--each");
@@ -97,6 +127,9 @@ ReadRequest parseRead(const std::vector<std::string>& words) {
   const int modes = (request.rowGroups ? 1 : 0) + (request.byteRange ? 1 : 0) + request.each;
   if (modes > 1) throw UsageError{"--row-groups, --byte-range and --each exclude each other"};
   if (request.explain && !request.where) throw UsageError{"--explain needs --where"};
+  if (request.taskRowGroups && modes > 0) {
+    throw UsageError{"--split and --task exclude --row-groups, --byte-range and --each"};
+  }
   if ((request.rowGroups || request.byteRange) && request.files.size() != 1) {
     throw UsageError{"--row-groups and --byte-range take exactly one FILE"};
   }
@@ -249,7 +282,9 @@ class FileRead {
       mFilter.emplace(Expression::parse(*request.where));
       mFilter->check(mNames, mTypes);
     }
-    mRowGroups = request.rowGroups || request.byteRange ? mReader.getRowGroups() : allRowGroups();
+    mRowGroups = request.rowGroups || request.byteRange || request.taskRowGroups
+                     ? mReader.getRowGroups()
+                     : allRowGroups();
     mListed = mRowGroups;
     if (mFilter) skipByStatistics();
     std::vector<std::u16string> selection;
@@ -292,6 +327,7 @@ class FileRead {
     if (request.byteRange) {
       return RowGroupParquetReader(name, (*request.byteRange)[0], (*request.byteRange)[1]);
     }
+    if (request.taskRowGroups) return RowGroupParquetReader(name, request.taskRowGroups->at(file));
     return RowGroupParquetReader(name, request.rowGroups.value_or(std::vector<double>{}));
   }
 

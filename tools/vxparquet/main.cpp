@@ -35,6 +35,8 @@ const char* kUsage =
     "  head FILE          the first rows of a file (-n N, default 10)\n"
     "  stats FILE         per-row-group statistics of each variable\n"
     "  write OUT --from IN  writes a Parquet, CSV or TSV input as Parquet\n"
+    "  plan FILE... -n N  splits the files' row groups into N tasks (JSON lines) for job arrays\n"
+    "                     and MPI launches\n"
     "  help [COMMAND]     this text, or every option of one command\n"
     "\n"
     "options for every command: --help; the program: --version.\n"
@@ -108,6 +110,7 @@ int dispatch(const std::string& command, const std::vector<std::string>& words) 
   if (command == "head") return vxparquet::runHead(words);
   if (command == "stats") return vxparquet::runStats(words);
   if (command == "write") return vxparquet::runWrite(words);
+  if (command == "plan") return vxparquet::runPlan(words);
   throw vxparquet::UsageError{"unknown command '" + command + "'"};
 }
 

@@ -41,6 +41,11 @@ VANTRO_PARQUET_MESSAGE_TAG(write, RowGroupedListOfDictionaries);
 VANTRO_PARQUET_MESSAGE_TAG(write, NestedRowGroupedListOfDictionaries);
 }  // namespace VANTRO::parquetio::write
 
+namespace VANTRO::parquetio::plan {
+VANTRO_PARQUET_MESSAGE_TAG(plan, InvalidTask);
+VANTRO_PARQUET_MESSAGE_TAG(plan, FileChanged);
+}  // namespace VANTRO::parquetio::plan
+
 #undef VANTRO_PARQUET_MESSAGE_TAG
 
 // Opens a function trace scope named after the enclosing function's full signature.

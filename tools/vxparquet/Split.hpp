@@ -1,0 +1,61 @@
+#pragma once
+
+// Splits of the program's inputs into tasks, for job arrays and MPI launches: the plan command,
+// and the task that --split K/N or --split auto picks out of the same plan.
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "toolbox/vantro/io/parquet/core/plan/SplitPlanner.hpp"
+
+namespace vxparquet {
+
+// Task `number` (1-based) of `count`.
+struct SplitChoice {
+  uint64_t number = 1;
+  uint64_t count = 1;
+};
+
+// "K/N" with 1 <= K <= N, or "auto": K and N from the launcher's environment, in this order:
+// a Slurm job array (SLURM_ARRAY_TASK_ID, _MIN, _STEP, _COUNT), Open MPI
+// (OMPI_COMM_WORLD_RANK, _SIZE), MPICH and Intel MPI (PMI_RANK, PMI_SIZE), Slurm's srun
+// (SLURM_PROCID, SLURM_NTASKS). Throws UsageError for a malformed value and ProgramError
+// "NoLauncher" for auto outside any launcher.
+SplitChoice parseSplit(const std::string& text);
+
+// The tasks of a plan over files (already expanded): with a filter, the row groups that its
+// statistics rule out are in no task.
+std::vector<vantro::io::parquet::core::plan::Task> planFiles(
+    const std::vector<std::string>& files, uint64_t count, const std::optional<std::string>& where);
+
+// Where --split gets its task. By default each process plans the files itself (the plan is the
+// same everywhere); a launcher that plans once and hands every process its task (vxparquet-mpi)
+// installs its own source. Every process of a launch calls it at the same point.
+using TaskSource = std::function<vantro::io::parquet::core::plan::Task(
+    const std::vector<std::string>& files, const SplitChoice& choice,
+    const std::optional<std::string>& where)>;
+void setTaskSource(TaskSource source);
+vantro::io::parquet::core::plan::Task taskForSplit(const std::vector<std::string>& files,
+                                                   const SplitChoice& choice,
+                                                   const std::optional<std::string>& where);
+
+// The row groups (1-based) of each file that one task reads, for the read-side commands.
+using FileRowGroups = std::map<std::string, std::vector<double>>;
+// The files of a task in its order, with their row groups.
+struct TaskInputs {
+  std::vector<std::string> files;
+  FileRowGroups rowGroups;
+};
+TaskInputs inputsOfTask(const vantro::io::parquet::core::plan::Task& task);
+
+// The task text in file ('-': standard input; its first line), looked for under root when
+// given, with every file checked against its fingerprint.
+vantro::io::parquet::core::plan::Task readTask(const std::string& file,
+                                               const std::optional<std::string>& root);
+
+int runPlan(const std::vector<std::string>& words);
+
+}  // namespace vxparquet
