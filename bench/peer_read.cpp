@@ -6,7 +6,8 @@
 //   peer_read --threads N --once KIND PATH
 //                                       runs one command and exits (for peak memory)
 //
-// Kinds: "library" (RowGroupParquetReader::readFullFile into host values), "arrow" (Arrow's
+// Kinds: "library" (RowGroupParquetReader::readFullFile into host values), "library-table" (the
+// same read through one whole Arrow table first, as before reads went variable by variable), "arrow" (Arrow's
 // local file class and FileReader::ReadTable into an Arrow table), "write" (the host values of
 // PATH, read once and kept, written with ParquetWriter to a temporary file; only the write is
 // timed), "arrow-version" (prints Arrow's version instead of seconds).
@@ -84,7 +85,8 @@ std::string run(const std::string& kind, const std::string& path, HostTables& ta
   if (kind == "arrow-version") return ARROW_VERSION_STRING;
   const vxArray_tag* toWrite = kind == "write" ? tables.of(path) : nullptr;
   const auto start = std::chrono::steady_clock::now();
-  if (kind == "library") {
+  if (kind == "library" || kind == "library-table") {
+    vantro::io::parquet::core::read::ParquetReader::setReadVariableByVariable(kind == "library");
     RowGroupParquetReader(foundation::unicode::utf8_to_ustring(path), {}).readFullFile();
   } else if (kind == "arrow") {
     const arrow::Status status = arrowReadTable(path);

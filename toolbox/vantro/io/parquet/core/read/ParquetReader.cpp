@@ -1,10 +1,12 @@
 #include "toolbox/vantro/io/parquet/core/read/ParquetReader.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <deque>
 #include <exception>
 #include <new>
 #include <numeric>
+#include <optional>
 #include <system_error>
 #include <thread>
 #include <unordered_map>
@@ -19,6 +21,8 @@
 #include <parquet/schema.h>
 
 #include "host/converter/Converter.hpp"
+#include "host/converter/HostValues.hpp"
+#include "host/converter/ParallelFor.hpp"
 #include "host/services/Services.hpp"
 #include "host/unicode/ustring.hpp"
 #include "host/vfs/AbsoluteIRI.hpp"
@@ -87,6 +91,55 @@ std::string threadStartFailure(int count) {
   for (auto& thread : threads) thread.join();
   return failure;
 }
+
+std::atomic<bool> gReadVariableByVariable{true};
+
+// Raises a failed conversion as the host sees it: a type the host cannot hold names its
+// variable, anything else is a read error of the file.
+[[noreturn]] void throwConversionFailure(const ::arrow::Status& status,
+                                         const std::u16string& filename) {
+  if (status.code() == ::arrow::StatusCode::TypeError) {
+    const auto* detail = dynamic_cast<const ::vantro::io::arrow::core::TableErrorStatusDetail*>(
+        status.detail().get());
+    if (detail != nullptr)
+      common::throwInternalUnsupportedParquetTypeException(detail->column_name());
+  }
+  throwReadExceptIfNotOk(status, filename);
+  common::throwInvalidRead(filename, u"The conversion failed without a reason");
+}
+
+// The one column of a converted one-variable host table, taken out of it.
+matrix::unique_array takeOnlyColumn(matrix::unique_array table) {
+  vxArray* columns = vxGetField(table.get(), 0, ::vantro::io::arrow::core::host::kColumns);
+  matrix::unique_array column(vxGetCell(columns, 0));
+  vxSetCell(columns, 0, nullptr);
+  return column;
+}
+
+uint64_t declaredBytes(const ::parquet::FileMetaData& metadata, const std::vector<int>& rowGroups,
+                       const std::vector<int>& leaves) {
+  uint64_t bytes = 0;
+  for (int rowGroup : rowGroups) {
+    if (rowGroup < 0 || rowGroup >= metadata.num_row_groups()) continue;
+    const auto group = metadata.RowGroup(rowGroup);
+    for (int leaf : leaves) {
+      if (leaf < group->num_columns()) {
+        bytes += static_cast<uint64_t>(
+            std::max<int64_t>(0, group->ColumnChunk(leaf)->total_uncompressed_size()));
+      }
+    }
+  }
+  return bytes;
+}
+
+// What reading and converting one variable gave.
+struct VariableRead {
+  std::exception_ptr exception;  // thrown while reading
+  ::arrow::Status readStatus;
+  std::optional<int64_t> rows;  // read, when they differ from the footer's
+  ::arrow::Status conversionStatus;
+  matrix::unique_array column;
+};
 
 }  // namespace
 
@@ -352,19 +405,122 @@ matrix::unique_array ParquetReader::toHostTable(std::shared_ptr<::arrow::Table>&
   // lend their buffers to the host table instead of being copied. Arrow's parallel read may
   // still hold its finished column list for a moment; nobody reads it again, hence from_read.
   auto result = ::vantro::io::arrow::core::to_vantro_from_read(std::move(table));
-  if (!result.ok()) {
-    const ::arrow::Status& status = result.status();
-    if (status.code() == ::arrow::StatusCode::TypeError) {
-      // The converter names the column it could not represent.
-      const auto* detail = dynamic_cast<const ::vantro::io::arrow::core::TableErrorStatusDetail*>(
-          status.detail().get());
-      if (detail != nullptr) {
-        common::throwInternalUnsupportedParquetTypeException(detail->column_name());
-      }
-    }
-    throwReadExceptIfNotOk(status, mFilename);
-  }
+  if (!result.ok()) throwConversionFailure(result.status(), mFilename);
   return std::move(result).ValueOrDie();
+}
+
+void ParquetReader::setReadVariableByVariable(bool enabled) { gReadVariableByVariable = enabled; }
+
+bool ParquetReader::getReadVariableByVariable() { return gReadVariableByVariable; }
+
+matrix::unique_array ParquetReader::readSelected(const std::vector<int>* rowGroups,
+                                                 int64_t footerRows) {
+  // Hadoop's client cannot serve concurrent reads of one file; a selection without variables
+  // has no variable to go by.
+  if (!gReadVariableByVariable || mSelectedVariables.arrowFieldIndices.empty() ||
+      isHadoopIRI(mFilename)) {
+    return readTableThenConvert(rowGroups, footerRows);
+  }
+  return readVariableByVariable(rowGroups, footerRows);
+}
+
+matrix::unique_array ParquetReader::readTableThenConvert(const std::vector<int>* rowGroups,
+                                                         int64_t footerRows) {
+  const auto& columns = mSelectedVariables.parquetColumnIndices;
+  std::shared_ptr<::arrow::Table> table;
+  throwReadExceptIfNotOk(
+      guarded([&] {
+        return rowGroups ? common::compat::ReadRowGroups(*mFileReader, *rowGroups, columns, &table)
+                         : common::compat::ReadTable(*mFileReader, columns, &table);
+      }),
+      mFilename);
+  checkRowCount(table, footerRows);
+  return toHostTable(std::move(table));
+}
+
+// Each of the host's threads takes a variable, largest first, decodes it and converts it at
+// once, then takes the next: decoding and conversion overlap, and Arrow holds at most one
+// variable per thread while the host table fills. Failures are raised as a read of the whole
+// table raises them: read errors before row counts before conversions, the first variable's
+// first.
+matrix::unique_array ParquetReader::readVariableByVariable(const std::vector<int>* rowGroups,
+                                                           int64_t footerRows) {
+  const auto schema = getSchema();
+  const auto& fields = mSelectedVariables.arrowFieldIndices;
+  std::vector<std::string> names;
+  std::vector<std::vector<int>> leaves;
+  std::vector<uint64_t> bytes;
+  std::vector<int> everyRowGroup(getMetadata().num_row_groups());
+  std::iota(everyRowGroup.begin(), everyRowGroup.end(), 0);
+  for (int32_t field : fields) {
+    const auto& arrowField = schema->field(field);
+    if (!::vantro::io::arrow::core::to_vantro_datatype(arrowField->type())) {
+      common::throwInternalUnsupportedParquetTypeException(arrowField->name());
+    }
+    names.push_back(arrowField->name());
+    auto fieldLeaves =
+        common::schema_field_to_all_leaf_indices(mSelectedVariables.manifest->schema_fields[field]);
+    if (!fieldLeaves)
+      throwReadExceptIfNotOk(::arrow::Status::Invalid("Corrupt SchemaManifest"), mFilename);
+    leaves.emplace_back(fieldLeaves->begin(), fieldLeaves->end());
+    bytes.push_back(
+        declaredBytes(getMetadata(), rowGroups ? *rowGroups : everyRowGroup, leaves.back()));
+  }
+  std::vector<size_t> order(fields.size());
+  std::iota(order.begin(), order.end(), 0);
+  std::stable_sort(order.begin(), order.end(),
+                   [&](size_t a, size_t b) { return bytes[a] > bytes[b]; });
+
+  std::vector<VariableRead> reads(fields.size());
+  // One variable per thread: Arrow's own pool would only add hand-offs.
+  mFileReader->set_use_threads(false);
+  ::vantro::io::arrow::core::ParallelFor(order.size(), [&](size_t k) {
+    VariableRead& read = reads[order[k]];
+    const auto& columns = leaves[order[k]];
+    std::shared_ptr<::arrow::Table> table;
+    try {
+      read.readStatus = guarded([&] {
+        return rowGroups ? common::compat::ReadRowGroups(*mFileReader, *rowGroups, columns, &table)
+                         : common::compat::ReadTable(*mFileReader, columns, &table);
+      });
+    } catch (...) {
+      read.exception = std::current_exception();
+      return;
+    }
+    if (!read.readStatus.ok()) return;
+    if (table->num_rows() != footerRows) {
+      read.rows = table->num_rows();
+      return;
+    }
+    auto converted = ::vantro::io::arrow::core::to_vantro_from_read(std::move(table));
+    if (converted.ok()) {
+      read.column = takeOnlyColumn(std::move(converted).ValueUnsafe());
+    } else {
+      read.conversionStatus = converted.status();
+    }
+  });
+  mFileReader->set_use_threads(true);
+
+  for (auto& read : reads) {
+    if (read.exception) std::rethrow_exception(read.exception);
+    throwReadExceptIfNotOk(read.readStatus, mFilename);
+  }
+  for (const auto& read : reads) {
+    if (read.rows) {
+      common::throwInvalidRead(
+          mFilename, utf8_to_ustring("The data holds " + std::to_string(*read.rows) +
+                                     " rows where the footer declares " +
+                                     std::to_string(footerRows) + "; the file is corrupt"));
+    }
+  }
+  std::vector<matrix::unique_array> columns;
+  for (auto& read : reads) {
+    if (!read.conversionStatus.ok()) throwConversionFailure(read.conversionStatus, mFilename);
+    columns.push_back(std::move(read.column));
+  }
+  auto table = ::vantro::io::arrow::core::host::MakeTable(names, std::move(columns));
+  if (!table.ok()) throwConversionFailure(table.status(), mFilename);
+  return std::move(table).ValueUnsafe();
 }
 
 ::arrow::Status ParquetReader::guarded(const std::function<::arrow::Status()>& call) const {

@@ -71,6 +71,13 @@ class ParquetReader {
 
   Statistics getStatistics(const std::vector<int>& variableIndices);
 
+  // Whether reads of several row groups or of the whole file decode and convert variable by
+  // variable on the host's threads (the default), or decode the whole Arrow table first and
+  // convert it after. Both give the same host tables; variable by variable keeps at most one
+  // variable per thread in Arrow's memory beside the host table. Process-wide.
+  static void setReadVariableByVariable(bool enabled);
+  static bool getReadVariableByVariable();
+
  protected:
   ParquetReader();
 
@@ -98,6 +105,11 @@ class ParquetReader {
   // Refuses a table read from row groups whose footer declares another number of rows.
   void checkRowCount(const std::shared_ptr<::arrow::Table>& table, int64_t footerRows) const;
 
+  // The selected variables of rowGroups (0-based; every row group when null) as a host table,
+  // refusing a result whose row count differs from footerRows: variable by variable, or through
+  // one Arrow table (see setReadVariableByVariable).
+  matrix::unique_array readSelected(const std::vector<int>* rowGroups, int64_t footerRows);
+
   // Refuses calls that need a file on a reader that has none.
   void requireFile() const;
   // Refuses selected column chunks of rowGroups (0-based) whose declared decoded size is
@@ -112,6 +124,11 @@ class ParquetReader {
   std::u16string mFilename;
   std::unique_ptr<::parquet::arrow::FileReader> mFileReader;
   SelectedVariables mSelectedVariables;
+
+ private:
+  matrix::unique_array readTableThenConvert(const std::vector<int>* rowGroups, int64_t footerRows);
+  matrix::unique_array readVariableByVariable(const std::vector<int>* rowGroups,
+                                              int64_t footerRows);
 };
 
 }  // namespace vantro::io::parquet::core::read

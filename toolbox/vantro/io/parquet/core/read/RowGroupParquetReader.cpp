@@ -174,16 +174,7 @@ matrix::unique_array RowGroupParquetReader::readRowGroups(std::vector<double> ro
   std::transform(rowGroups.begin(), rowGroups.end(), indices.begin(),
                  [](double rowGroup) { return toArrowIndex(rowGroup, /*truncateFirst=*/false); });
   checkDeclaredSizes(indices);
-
-  std::shared_ptr<::arrow::Table> table;
-  throwReadExceptIfNotOk(guarded([&] {
-                           return common::compat::ReadRowGroups(
-                               *mFileReader, indices, mSelectedVariables.parquetColumnIndices,
-                               &table);
-                         }),
-                         mFilename);
-  checkRowCount(table, footerRows(indices));
-  return toHostTable(std::move(table));
+  return readSelected(&indices, footerRows(indices));
 }
 
 matrix::unique_array RowGroupParquetReader::readall() {
@@ -199,14 +190,7 @@ matrix::unique_array RowGroupParquetReader::readFullFile() {
   std::vector<int> allRowGroups(getMetadata().num_row_groups());
   std::iota(allRowGroups.begin(), allRowGroups.end(), 0);
   checkDeclaredSizes(allRowGroups);
-  std::shared_ptr<::arrow::Table> table;
-  throwReadExceptIfNotOk(guarded([&] {
-                           return common::compat::ReadTable(
-                               *mFileReader, mSelectedVariables.parquetColumnIndices, &table);
-                         }),
-                         mFilename);
-  checkRowCount(table, footerRows(allRowGroups));
-  return toHostTable(std::move(table));
+  return readSelected(nullptr, footerRows(allRowGroups));
 }
 
 matrix::unique_array RowGroupParquetReader::serialize() const {
