@@ -23,10 +23,13 @@ classdef pq_reader < handle
 ## @item reset (r)
 ## back to the first row group
 ## @item state = save (r)
-## the reader's state as the library's row-group reader keeps it: a 1x2 cell holding the
-## absolute file name and a column of the row groups not yet read.  @code{pq_reader (state)} makes a
-## reader that continues from there, in this process or another one; options given with the
-## state apply to the new reader (the state does not carry them).
+## the reader's state: a 1x3 cell holding the absolute file name and a column of the row groups
+## not yet read, as the library's row-group reader keeps them, then the file's fingerprint
+## (its size and a hash of its footer, as text).  @code{pq_reader (state)} makes a reader that
+## continues from there, in this process or another one, and refuses a file that was rewritten
+## since with "VANTRO:parquetio:plan:FileChanged"; the library's own 1x2 state (without the
+## fingerprint) is taken too.  Options given with the state apply to the new reader (the state
+## does not carry them).
 ## @end table
 ## The properties @code{Filename} (made absolute), @code{RowGroups} and @code{Position} (row
 ## groups read so far) can be read.
@@ -69,6 +72,7 @@ classdef pq_reader < handle
   properties (Access = private)
     Options = struct ();
     TotalRowGroups = 0;
+    Fingerprint = "";
   endproperties
 
   methods
@@ -84,6 +88,11 @@ classdef pq_reader < handle
           error ("VANTRO:octave:InvalidArgument",
                  "pq_reader: a saved state already says which row groups to read");
         endif
+        if (numel (source) == 3)
+          ## A state of save (): the file must still be the one it was saved from.
+          __pq_mex__ ("checkfingerprint", source{1}, source{3});
+          source = source(1:2);
+        endif
         [source, remaining] = __pq_mex__ ("restore", source);
         opts.RowGroups = remaining;
         [r.RowGroups, r.TotalRowGroups] = __pq_mex__ ("rowgroups", source, opts);
@@ -96,6 +105,7 @@ classdef pq_reader < handle
         source = make_absolute_filename (source);
       endif
       r.Filename = source;
+      r.Fingerprint = __pq_mex__ ("fingerprint", source);
       opts = rmfield (opts, intersect (fieldnames (opts), {"RowGroups", "ByteRange"}));
       r.Options = opts;
     endfunction
@@ -121,7 +131,7 @@ classdef pq_reader < handle
     endfunction
 
     function state = save (r)
-      state = {r.Filename, r.RowGroups(r.Position+1:end)};
+      state = {r.Filename, r.RowGroups(r.Position+1:end), r.Fingerprint};
     endfunction
 
   endmethods
@@ -157,13 +167,14 @@ endclassdef
 %! info = pq_info (file);
 %! r = pq_reader (file, "ByteRange", [info.RowGroupOffsets(2), info.FileSize]);
 %! assert (r.RowGroups, [2; 3]);
-## save and continue elsewhere: the state is the library's 1x2 cell.
+## save and continue elsewhere: the library's two elements, then the fingerprint.
 %!test
 %! r = pq_reader (file);
 %! read (r);
 %! state = save (r);
-%! assert (size (state), [1 2]);
+%! assert (size (state), [1 3]);
 %! assert (state{2}, [2; 3]);
+%! assert (readall (pq_reader (state(1:2))).x, (2:6)');
 %! r2 = pq_reader (state, "Variables", {"x"});
 %! assert (read (r2), struct ("x", [2; 3]));
 %! assert (read (r2), struct ("x", [4; 5; 6]));
@@ -195,6 +206,19 @@ endclassdef
 %! unwind_protect_cleanup
 %!   cd (here);
 %! end_unwind_protect
+## A state of a file that was rewritten since is refused.
+%!test
+%! f = fullfile (dir, "changing.parquet");
+%! pq_write (f, struct ("x", (1:4)'), "RowGroupHeights", [2 2]);
+%! state = save (pq_reader (f));
+%! pq_write (f, struct ("x", (1:5)'), "RowGroupHeights", [2 3]);
+%! try
+%!   pq_reader (state);
+%!   error ("not refused");
+%! catch err
+%!   assert (err.identifier, "VANTRO:parquetio:plan:FileChanged");
+%! end_try_catch
+%!error <fingerprint> pq_reader ({file, 1, "garbage"})
 ## Arguments are checked when the reader is made, not at its first read.
 %!error <RowGroups: 99 is not a row group \(the file has row groups 1 to 3\)> pq_reader ({file, 99})
 %!error id=VANTRO:octave:InvalidArgument pq_reader ({file, 99})

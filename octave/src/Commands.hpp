@@ -18,5 +18,7 @@ void statsCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void writeCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void planCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void taskCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void fingerprintCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void checkFingerprintCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 
 }  // namespace vantro::octave

@@ -39,6 +39,8 @@ Command commandNamed(const std::string& name) {
   if (name == "write") return writeCommand;
   if (name == "plan") return planCommand;
   if (name == "task") return taskCommand;
+  if (name == "fingerprint") return fingerprintCommand;
+  if (name == "checkfingerprint") return checkFingerprintCommand;
   return nullptr;
 }
 

@@ -12,6 +12,8 @@
 #include "RowFilter.hpp"
 #include "host/converter/Converter.hpp"
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
+#include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
 #include "toolbox/vantro/io/parquet/core/plan/SplitPlanner.hpp"
 
 namespace vantro::octave {
@@ -127,6 +129,35 @@ void planCommand(int, mxArray* out[], int count, const mxArray* args[]) {
     mxSetCell(texts, k, textOfUtf8(plan::taskToText(tasks[k])));
   }
   out[0] = texts;
+}
+
+// fingerprint(file): the file's fingerprint as text, "<size> fnv1a64:<hash of the footer>".
+void fingerprintCommand(int, mxArray* out[], int count, const mxArray* args[]) {
+  if (count < 1) invalid("fingerprint: too few arguments");
+  const std::u16string file = fileNameOf(args[0]);
+  auto adapter = vantro::io::parquet::core::common::makeReadableFilePtr(file);
+  auto fingerprint = plan::fingerprintFile(*adapter);
+  vantro::io::parquet::core::common::throwReadExceptIfNotOk(fingerprint.status(),
+                                                            adapter->GetFilename());
+  out[0] = textOfUtf8(std::to_string(fingerprint->size) + " " +
+                      plan::footerHashText(fingerprint->footerHash));
+}
+
+// checkfingerprint(file, text): refuses a file whose fingerprint is no longer text.
+void checkFingerprintCommand(int, mxArray*[], int count, const mxArray* args[]) {
+  if (count < 2) invalid("checkfingerprint: too few arguments");
+  const std::string saved = textOf(args[1], "the saved fingerprint");
+  const auto space = saved.find(' ');
+  plan::TaskFile file;
+  file.name = fileNameOf(args[0]);
+  if (space == std::string::npos || saved.find_first_not_of("0123456789") != space ||
+      !plan::parseFooterHash(saved.substr(space + 1), file.fingerprint.footerHash)) {
+    invalid("the saved state's third element is not a fingerprint that save made");
+  }
+  file.fingerprint.size = std::stoull(saved.substr(0, space));
+  plan::Task task;
+  task.files.push_back(file);
+  plan::checkTaskFiles(task);
 }
 
 // task(text, options): the rows of one task as a table; options Root and DatesAs.
