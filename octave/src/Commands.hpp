@@ -16,5 +16,6 @@ void nextCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void restoreCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void statsCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void writeCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void threadsCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 
 }  // namespace vantro::octave

@@ -33,6 +33,7 @@ Command commandNamed(const std::string& name) {
   if (name == "restore") return restoreCommand;
   if (name == "stats") return statsCommand;
   if (name == "write") return writeCommand;
+  if (name == "threads") return threadsCommand;
   return nullptr;
 }
 
