@@ -9,6 +9,7 @@
 #include <tbb/task_arena.h>
 
 #include "host/services/Services.hpp"
+#include "host/services/Threads.hpp"
 
 namespace vantro::io::arrow::core {
 
@@ -33,8 +34,12 @@ class InsideHostArenaScope {
   bool mOuter;
 };
 
+// The host's thread count, no more than the process could last start: oneTBB's workers that
+// fail to start end the process where it starts them from a worker.
 inline int HostThreads() {
-  return static_cast<int>(std::max<int64_t>(1, foundation::services::getNumComputationalThreads()));
+  const int64_t threads = std::min(foundation::services::getNumComputationalThreads(),
+                                   foundation::services::getLastStartableThreads());
+  return static_cast<int>(std::clamp<int64_t>(threads, 1, 4096));
 }
 
 template <typename Loop>

@@ -20,6 +20,9 @@ const std::unordered_map<std::string_view, std::string_view>& catalogue() {
       {"VANTRO:parquetio:read:InternalError", "Internal error during {0}. {1}"},
       {"VANTRO:parquetio:read:UnsupportedRowFilterVariable",
        "Variable '{0}' of type '{1}' cannot be used to filter rows."},
+      {"VANTRO:parquetio:read:EncryptedFile",
+       "Unable to read '{0}': the file is encrypted ({1}), and decryption of Parquet files is "
+       "not supported."},
       // Writing
       {"VANTRO:parquetio:write:InvalidWrite", "Unable to write '{0}'. {1}"},
       {"VANTRO:parquetio:write:InvalidWriteVars",

@@ -2,6 +2,8 @@
 
 #include <arrow/memory_pool.h>
 
+#include "host/services/Threads.hpp"
+
 namespace foundation::services {
 
 IdleMemoryReleaser& IdleMemoryReleaser::instance() {
@@ -19,9 +21,9 @@ std::atomic<uint64_t>& IdleMemoryReleaser::activity() {
 void IdleMemoryReleaser::setIdlePeriod(std::chrono::milliseconds idle) {
   std::unique_lock<std::mutex> lock(mMutex);
   mIdle = idle;
-  if (idle.count() > 0 && !mThread.joinable()) {
-    mThread = std::thread([this] { run(); });
-  }
+  // Without a thread (a process limit) the pages simply stay with the allocator; the next
+  // positive period tries again.
+  if (idle.count() > 0 && !mThread.joinable()) mThread = tryStartThread([this] { run(); });
   mChanged.notify_all();
 }
 

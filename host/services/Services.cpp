@@ -1,5 +1,6 @@
 #include "host/services/Services.hpp"
 
+#include <sched.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -7,9 +8,13 @@
 #include <atomic>
 #include <chrono>
 #include <climits>
+#include <cmath>
+#include <exception>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <arrow/memory_pool.h>
 
@@ -65,7 +70,93 @@ bool chooseJemalloc() {
   return jemalloc;
 }
 
+// The CPUs a quota of quota microseconds per period allows, rounded up; 0 for no quota.
+int64_t quotaCpus(double quota, double period) {
+  if (!(quota > 0) || !(period > 0)) return 0;
+  return std::max<int64_t>(1, static_cast<int64_t>(std::ceil(quota / period)));
+}
+
+// cgroup v2: "max 100000" or "<quota> <period>" in cpu.max.
+int64_t cgroupV2Cpus(const std::string& folder) {
+  std::ifstream file(folder + "/cpu.max");
+  std::string quota;
+  double period = 0;
+  if (!(file >> quota >> period) || quota == "max") return 0;
+  try {
+    return quotaCpus(std::stod(quota), period);
+  } catch (const std::exception&) {
+    return 0;
+  }
+}
+
+// cgroup v1: cpu.cfs_quota_us (-1: none) and cpu.cfs_period_us.
+int64_t cgroupV1Cpus(const std::string& folder) {
+  std::ifstream quotaFile(folder + "/cpu.cfs_quota_us");
+  std::ifstream periodFile(folder + "/cpu.cfs_period_us");
+  double quota = 0;
+  double period = 0;
+  if (!(quotaFile >> quota) || !(periodFile >> period)) return 0;
+  return quotaCpus(quota, period);
+}
+
+// The smallest quota of folder and its ancestors up to root: a limit set on a parent group
+// holds for its children too.
+int64_t smallestQuota(const std::string& root, std::string path,
+                      int64_t (*cpusOf)(const std::string&)) {
+  int64_t smallest = 0;
+  while (true) {
+    const int64_t cpus = cpusOf(root + path);
+    if (cpus > 0 && (smallest == 0 || cpus < smallest)) smallest = cpus;
+    if (path.empty() || path == "/") break;
+    const size_t slash = path.find_last_of('/');
+    path = slash == std::string::npos || slash == 0 ? "/" : path.substr(0, slash);
+  }
+  return smallest;
+}
+
 }  // namespace
+
+int64_t cgroupCpuQuota(const std::string& procSelfCgroup, const std::string& cgroupRoot) {
+  std::ifstream lines(procSelfCgroup);
+  std::string line;
+  int64_t smallest = 0;
+  const auto keep = [&](int64_t cpus) {
+    if (cpus > 0 && (smallest == 0 || cpus < smallest)) smallest = cpus;
+  };
+  // "<id>:<controllers>:<path>"; v2's single line is "0::<path>".
+  while (std::getline(lines, line)) {
+    const size_t first = line.find(':');
+    const size_t second = first == std::string::npos ? first : line.find(':', first + 1);
+    if (second == std::string::npos) continue;
+    const std::string controllers = line.substr(first + 1, second - first - 1);
+    const std::string path = line.substr(second + 1);
+    if (controllers.empty()) {
+      keep(smallestQuota(cgroupRoot, path, cgroupV2Cpus));
+      continue;
+    }
+    std::stringstream names(controllers);
+    std::string name;
+    while (std::getline(names, name, ',')) {
+      if (name != "cpu") continue;
+      for (const char* folder : {"/cpu,cpuacct", "/cpu", "/cpuacct,cpu"}) {
+        keep(smallestQuota(cgroupRoot + folder, path, cgroupV1Cpus));
+      }
+    }
+  }
+  return smallest;
+}
+
+int64_t availableCpus() {
+  int64_t cpus = 0;
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  if (::sched_getaffinity(0, sizeof set, &set) == 0) cpus = CPU_COUNT(&set);
+  if (cpus <= 0) cpus = static_cast<int64_t>(std::thread::hardware_concurrency());
+  // The quota is the container's, fixed for the process's life: read once.
+  static const int64_t quota = cgroupCpuQuota("/proc/self/cgroup", "/sys/fs/cgroup");
+  if (quota > 0 && (cpus <= 0 || quota < cpus)) cpus = quota;
+  return std::max<int64_t>(cpus, 1);
+}
 
 uint64_t getMaxColumnChunkBytes() {
   const uint64_t configured = configuredChunkBytes().load(std::memory_order_relaxed);
@@ -78,9 +169,7 @@ void setMaxColumnChunkBytes(uint64_t bytes) {
 
 int64_t getNumComputationalThreads() {
   const int64_t configured = configuredCount().load(std::memory_order_relaxed);
-  if (configured > 0) return configured;
-  const unsigned hardware = std::thread::hardware_concurrency();
-  return hardware == 0 ? 1 : static_cast<int64_t>(hardware);
+  return configured > 0 ? configured : availableCpus();
 }
 
 bool getChooseDictionaryPerColumn() {

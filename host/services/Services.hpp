@@ -1,11 +1,18 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace foundation::services {
 
-// The number of threads the host lets computations use: the hardware's thread count unless set.
+// The number of threads the host lets computations use: availableCpus() unless set.
 int64_t getNumComputationalThreads();
+// The CPUs this process may run on: those of its affinity mask (taskset, an MPI rank's
+// binding), no more than its cgroup's CPU quota allows (rounded up), at least 1.
+int64_t availableCpus();
+// The smallest CPU quota of the cgroups named in procSelfCgroup (a /proc/self/cgroup), v2's
+// cpu.max or v1's cpu.cfs_quota_us under cgroupRoot, walking up to the root; 0 for none.
+int64_t cgroupCpuQuota(const std::string& procSelfCgroup, const std::string& cgroupRoot);
 // A count of 0 or less restores the default.
 void setNumComputationalThreads(int64_t count);
 

@@ -17,12 +17,17 @@
 ## 1xV cell; cell v holds the R minima (maxima) of variable v as a column in that
 ## variable's shape (double with NaN, cellstr with [], the datetime struct, ...), missing
 ## where HasMinMax is false
+## @item WithoutStatistics
+## 1xK struct array (fields Variable, Identifier, Message): the variables left out because
+## their statistics cannot order rows (lists, structs, maps, binary, fixed-length decimals),
+## each with the reason; empty when "Variables" is given
 ## @end table
 ##
 ## Options: "Variables" (cellstr or one name) and "DatesAs" ("ticks" or "datenum", as for
-## @code{pq_read}).  Variables of nested types cannot be described and fail with
-## "VANTRO:parquetio:read:UnsupportedRowFilterVariable"; unknown names with
-## "VANTRO:octave:UnknownVariable", whose message lists the file's variables.
+## @code{pq_read}).  Without "Variables", every variable that has statistics is described
+## and the others are listed in WithoutStatistics.  A variable named in "Variables" that has
+## none fails with "VANTRO:parquetio:read:UnsupportedRowFilterVariable", naming it; unknown
+## names with "VANTRO:octave:UnknownVariable", whose message lists the file's variables.
 ##
 ## Example:
 ## @example
@@ -72,7 +77,26 @@ endfunction
 %! S = pq_stats (f, "DatesAs", "datenum");
 %! assert (S.Max{1}, datenum (1970, 1, 2));
 
-%!error id=VANTRO:parquetio:read:UnsupportedRowFilterVariable pq_stats (file)
+%!test
+%! S = pq_stats (file);
+%! assert (S.VariableNames, {"x", "s"});
+%! assert (size (S.HasMinMax), [2 2]);
+%! assert (numel (S.WithoutStatistics), 1);
+%! assert (S.WithoutStatistics(1).Variable, "l");
+%! assert (S.WithoutStatistics(1).Identifier,
+%!         "VANTRO:parquetio:read:UnsupportedRowFilterVariable");
+%! assert (! isempty (strfind (S.WithoutStatistics(1).Message, "'l'")));
+%!test
+%! S = pq_stats (file, "Variables", "x");
+%! assert (isempty (S.WithoutStatistics));
+%!test
+%! try
+%!   pq_stats (file, "Variables", {"x", "l"});
+%!   error ("not refused");
+%! catch err
+%!   assert (err.identifier, "VANTRO:parquetio:read:UnsupportedRowFilterVariable");
+%!   assert (! isempty (strfind (err.message, "'l'")));
+%! end_try_catch
 %!error id=VANTRO:parquetio:read:UnsupportedRowFilterVariable pq_stats (file, "Variables", "l")
 %!error id=VANTRO:octave:UnknownVariable pq_stats (file, "Variables", "nope")
 %!error <The file has no variable 'nope'. Its variables: 'x', 's', 'l'.> pq_stats (file, "Variables", "nope")

@@ -20,5 +20,6 @@ void planCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void taskCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void fingerprintCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void checkFingerprintCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void threadsCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 
 }  // namespace vantro::octave

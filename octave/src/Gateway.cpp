@@ -41,6 +41,7 @@ Command commandNamed(const std::string& name) {
   if (name == "task") return taskCommand;
   if (name == "fingerprint") return fingerprintCommand;
   if (name == "checkfingerprint") return checkFingerprintCommand;
+  if (name == "threads") return threadsCommand;
   return nullptr;
 }
 

@@ -4,6 +4,7 @@
 #include <csignal>
 
 #include "host/services/Interrupts.hpp"
+#include "host/services/Threads.hpp"
 
 // Octave's interrupt flags (liboctave, C linkage, so free of the C++ ABI question).
 extern "C" {
@@ -16,12 +17,14 @@ namespace vantro::octave {
 InterruptBridge::InterruptBridge() {
   utSetSignalThread();
   utInterruptState::Clear();
-  mWatcher = std::thread([this] { watch(); });
+  // Without a thread to spare (a process limit) no watcher runs: Octave then stops the caller
+  // itself once the call returns.
+  mWatcher = foundation::services::tryStartThread([this] { watch(); });
 }
 
 InterruptBridge::~InterruptBridge() {
   mStop.store(true);
-  mWatcher.join();
+  if (mWatcher.joinable()) mWatcher.join();
   utInterruptState::Clear();
 }
 

@@ -14,6 +14,7 @@
 #include "OctaveValues.hpp"
 #include "RowFilter.hpp"
 #include "StoredUnits.hpp"
+#include "host/except/Exception.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/info/ParquetInfo.hpp"
 #include "toolbox/vantro/io/parquet/core/info/RowGroupCount.hpp"
@@ -303,6 +304,12 @@ void statsCommand(int, mxArray* out[], int count, const mxArray* args[]) {
   RowGroupParquetReader reader(file, std::vector<double>{});
   const std::vector<std::u16string> known = reader.getVariableNames();
   std::vector<int> indices;
+  struct Without {
+    std::string variable;
+    std::string identifier;
+    std::string message;
+  };
+  std::vector<Without> without;
   if (const auto variables = optionOf(options, "Variables")) {
     for (const auto& name : textListOf(*variables, "Variables")) {
       const auto found = std::find(known.begin(), known.end(), utf8_to_ustring(name));
@@ -310,7 +317,17 @@ void statsCommand(int, mxArray* out[], int count, const mxArray* args[]) {
       indices.push_back(static_cast<int>(found - known.begin()));
     }
   } else {
-    for (size_t i = 0; i < known.size(); ++i) indices.push_back(static_cast<int>(i));
+    // Every variable that has statistics; the others are listed with the reason, not refused.
+    for (size_t i = 0; i < known.size(); ++i) {
+      try {
+        reader.getStatistics({static_cast<int>(i)});
+        indices.push_back(static_cast<int>(i));
+      } catch (const foundation::core::except::InterruptException&) {
+        throw;
+      } catch (const foundation::core::except::IMsgIDException& e) {
+        without.push_back({ustring_to_utf8(known[i]), e.identifier(), e.message()});
+      }
+    }
   }
   std::vector<std::u16string> names;
   std::vector<std::string> utf8Names;
@@ -326,7 +343,7 @@ void statsCommand(int, mxArray* out[], int count, const mxArray* args[]) {
   restoreSeconds(utf8Names, stats.max.get(), seconds);
   static const char* kFields[] = {"VariableNames", "HasNullCount", "HasDistinctCount",
                                   "HasMinMax",     "NullCount",    "DistinctCount",
-                                  "Min",           "Max"};
+                                  "Min",           "Max",          "WithoutStatistics"};
   mxArray* result = mxCreateStructMatrix(1, 1, sizeof(kFields) / sizeof(kFields[0]), kFields);
   const ToOctaveOptions translation = translationOptions(options);
   mxSetField(result, 0, "VariableNames", cellRowOf(names));
@@ -337,6 +354,14 @@ void statsCommand(int, mxArray* out[], int count, const mxArray* args[]) {
   mxSetField(result, 0, "DistinctCount", toOctave(stats.distinctCount.get(), translation));
   mxSetField(result, 0, "Min", toOctave(stats.min.get(), translation));
   mxSetField(result, 0, "Max", toOctave(stats.max.get(), translation));
+  static const char* kWithoutFields[] = {"Variable", "Identifier", "Message"};
+  mxArray* withoutStatistics = mxCreateStructMatrix(1, without.size(), 3, kWithoutFields);
+  for (size_t i = 0; i < without.size(); ++i) {
+    mxSetField(withoutStatistics, i, "Variable", textOfUtf8(without[i].variable));
+    mxSetField(withoutStatistics, i, "Identifier", mxCreateString(without[i].identifier.c_str()));
+    mxSetField(withoutStatistics, i, "Message", textOfUtf8(without[i].message));
+  }
+  mxSetField(result, 0, "WithoutStatistics", withoutStatistics);
   out[0] = result;
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <arrow/api.h>
+#include <arrow/util/compression.h>
 #include <parquet/encryption/encryption.h>
 #if __has_include(<arrow/util/secure_string.h>)
 #include <arrow/util/secure_string.h>
@@ -121,6 +122,80 @@ TEST_F(DeclaredSizes, AChunkClaimingMoreThanItsCodecCanProduceIsRefused) {
   RowGroupParquetReader reader(u16(forged), std::vector<double>{1});
   const std::string message = messageOf(expectHostError([&] { reader.read(); }, kInvalidRead));
   EXPECT_NE(message.find("more than its codec can produce"), std::string::npos) << message;
+}
+
+// A nested variable whose string leaf declares more than one Arrow chunk holds: Arrow would
+// decompress and decode all of it, then fail. Brotli has no expansion bound, so only this check
+// stands between such a footer and the work.
+class NestedChunkLimit : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!arrow::util::Codec::IsAvailable(arrow::Compression::BROTLI)) {
+      GTEST_SKIP() << "this Arrow build has no brotli codec";
+    }
+    arrow::Int64Builder ids;
+    arrow::StringBuilder flat;
+    auto listBuilder = std::make_shared<arrow::ListBuilder>(
+        arrow::default_memory_pool(), std::make_shared<arrow::StringBuilder>());
+    auto* names = static_cast<arrow::StringBuilder*>(listBuilder->value_builder());
+    for (int64_t i = 0; i < 100; ++i) {
+      ASSERT_TRUE(ids.Append(i).ok());
+      ASSERT_TRUE(flat.Append("flat" + std::to_string(i)).ok());
+      ASSERT_TRUE(listBuilder->Append().ok());
+      ASSERT_TRUE(names->Append("name" + std::to_string(i)).ok());
+    }
+    const auto table =
+        arrow::Table::Make(arrow::schema({arrow::field("id", arrow::int64()),
+                                          arrow::field("names", arrow::list(arrow::utf8())),
+                                          arrow::field("flat", arrow::utf8())}),
+                           {ids.Finish().ValueOrDie(), listBuilder->Finish().ValueOrDie(),
+                            flat.Finish().ValueOrDie()});
+    const auto properties =
+        parquet::WriterProperties::Builder().compression(parquet::Compression::BROTLI)->build();
+    const std::string path = dir.file("nested.parquet");
+    vxtest::writeParquet(path, table, 1 << 20, properties);
+
+    // The list leaf's declared size becomes 2 GiB and 1 MiB: a longer varint, so the footer's
+    // length grows with it.
+    std::string bytes = vxtest::readBytes(path);
+    const auto metadata = parquet::ParquetFileReader::OpenFile(path)->metadata();
+    const std::string original =
+        "\x16" + zigzag(metadata->RowGroup(0)->ColumnChunk(1)->total_uncompressed_size());
+    const std::string forged = "\x16" + zigzag((int64_t{1} << 31) + (1 << 20));
+    const size_t footer = footerStart(bytes);
+    const size_t leafPath = bytes.rfind("element");
+    ASSERT_GT(leafPath, footer);
+    const size_t at = bytes.find(original, leafPath);
+    ASSERT_NE(at, std::string::npos);
+    bytes.replace(at, original.size(), forged);
+    const auto length = static_cast<uint32_t>(bytes.size() - 8 - footer);
+    std::memcpy(&bytes[bytes.size() - 8], &length, sizeof length);
+    forgedPath = dir.file("forged.parquet");
+    vxtest::writeBytes(forgedPath, bytes);
+    // The host's memory bound is not what refuses it.
+    foundation::services::setMaxColumnChunkBytes(uint64_t{1} << 40);
+  }
+  void TearDown() override { foundation::services::setMaxColumnChunkBytes(0); }
+
+  vxtest::TempDir dir;
+  std::string forgedPath;
+};
+
+TEST_F(NestedChunkLimit, AVariableBeyondOneChunkIsRefusedFromTheFooter) {
+  RowGroupParquetReader reader(u16(forgedPath), std::vector<double>{1});
+  for (const auto& read : std::vector<std::function<void()>>{
+           [&] { reader.read(); }, [&] { reader.readall(); }, [&] { reader.readFullFile(); }}) {
+    const std::string message = messageOf(expectHostError(read, kInvalidRead));
+    EXPECT_NE(message.find("Variable 'names' declares 2148531824 bytes"), std::string::npos)
+        << message;
+    EXPECT_NE(message.find("names.list.element"), std::string::npos) << message;
+  }
+}
+
+TEST_F(NestedChunkLimit, TheOtherVariablesStillRead) {
+  RowGroupParquetReader reader(u16(forgedPath), std::vector<double>{1});
+  reader.setSelectedVariableNames({u"id", u"flat"});
+  EXPECT_EQ(vxtest::read::tableRows(reader.readFullFile().get()), 100u);
 }
 
 TEST(ShortData, FewerRowsThanTheFooterDeclaresAreRefused) {

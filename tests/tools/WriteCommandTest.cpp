@@ -1,4 +1,9 @@
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdlib>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -70,10 +75,82 @@ TEST_F(WriteCommand, CompressionLevelReachesTheCodecOrIsRefused) {
   auto result = runVxparquet("write " + out + " --from " + csv +
                              " --compression snappy --compression-level 3");
   EXPECT_EQ(result.exitCode, 1);
-  EXPECT_NE(result.err.find("VANTRO:parquetio:write:InvalidWrite"), std::string::npos);
+  EXPECT_NE(result.err.find("vxparquet:write:InvalidCompressionLevel"), std::string::npos)
+      << result.err;
   EXPECT_FALSE(vxtest::fileExists(out));
   result = runVxparquet("write " + out + " --from " + csv + " --compression-level high");
   EXPECT_EQ(result.exitCode, 2);
+}
+
+// The codecs that help lists, from this build's Arrow: "--compression NAME  a, b, c".
+std::vector<std::string> listedCodecs() {
+  const std::string help = runVxparquet("help write").out;
+  const size_t line = help.find("--compression NAME");
+  const size_t end = help.find('\n', line);
+  std::string names = help.substr(line + 18, end - line - 18);
+  std::vector<std::string> codecs;
+  std::string name;
+  for (const char c : names + ",") {
+    if (c == ',') {
+      if (!name.empty()) codecs.push_back(name);
+      name.clear();
+    } else if (c != ' ') {
+      name += c;
+    }
+  }
+  return codecs;
+}
+
+TEST_F(WriteCommand, EveryListedCodecWritesAndNoOtherIsAccepted) {
+  const auto codecs = listedCodecs();
+  ASSERT_GE(codecs.size(), 3u);
+  for (const auto& codec : codecs) {
+    SCOPED_TRACE(codec);
+    const std::string file = dir.file(codec + ".parquet");
+    const auto result =
+        runVxparquet("write " + file + " --from " + csv + " --compression " + codec);
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(readBack(file)->num_rows(), 3);
+  }
+  for (const std::string& unlisted : {"lzo", "lz4_raw", "bz2", "nosuch"}) {
+    if (std::find(codecs.begin(), codecs.end(), unlisted) != codecs.end()) continue;
+    SCOPED_TRACE(unlisted);
+    const auto result =
+        runVxparquet("write " + out + " --from " + csv + " --compression " + unlisted);
+    EXPECT_EQ(result.exitCode, 2) << result.err;
+    EXPECT_FALSE(vxtest::fileExists(out));
+  }
+}
+
+TEST_F(WriteCommand, LevelsOutsideTheCodecsRangeAreRefusedBeforeWriting) {
+  const std::string help = runVxparquet("help write").out;
+  for (const auto& codec : listedCodecs()) {
+    // "gzip 1..9" in the level line: the build's own range.
+    const size_t at = help.find(codec + " ", help.find("--compression-level N"));
+    if (at == std::string::npos) continue;
+    SCOPED_TRACE(codec);
+    const int lowest = std::stoi(help.substr(at + codec.size() + 1));
+    const int highest = std::stoi(help.substr(help.find("..", at) + 2));
+    const std::string base = "write " + out + " --from " + csv + " --compression " + codec;
+    auto result = runVxparquet(base + " --compression-level " + std::to_string(highest));
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    ::unlink(out.c_str());
+    for (const int level : {highest + 1, lowest - 1, 99}) {
+      result = runVxparquet(base + " --compression-level " + std::to_string(level));
+      EXPECT_EQ(result.exitCode, 1) << level;
+      EXPECT_NE(result.err.find("vxparquet:write:InvalidCompressionLevel"), std::string::npos)
+          << result.err;
+      EXPECT_FALSE(vxtest::fileExists(out));
+    }
+  }
+}
+
+TEST_F(WriteCommand, TypesNamingNoColumnAreRefused) {
+  const auto result = runVxparquet("write " + out + " --from " + csv + " --types nosuch=int64");
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.err.find("vxparquet:write:UnknownVariable"), std::string::npos) << result.err;
+  EXPECT_NE(result.err.find("nosuch"), std::string::npos) << result.err;
+  EXPECT_FALSE(vxtest::fileExists(out));
 }
 
 TEST_F(WriteCommand, RowGroupOptions) {

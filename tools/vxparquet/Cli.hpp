@@ -8,6 +8,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace vxparquet {
@@ -106,6 +107,11 @@ int runStats(const std::vector<std::string>& words);
 int runWrite(const std::vector<std::string>& words);
 int runHead(const std::vector<std::string>& words);
 int runPlan(const std::vector<std::string>& words);
+
+// The --compression names that this build's Arrow can write, in the order help lists them.
+std::vector<std::string> writableCompressions();
+// The compression levels a codec takes (lowest, highest); none where it takes no level.
+std::optional<std::pair<int, int>> compressionLevelRange(const std::string& codec);
 
 // One line per option and an example, for "vxparquet help COMMAND" and "COMMAND --help"; empty
 // for an unknown command.

@@ -74,18 +74,35 @@ std::string commandHelp(const std::string& command) {
        "int8..uint64,\n"
        "                                  single, double, logical, string, date, timestamp,\n"
        "                                  timestamptz (UTC)\n"
-       "  --compression NAME              uncompressed, snappy, gzip, brotli, lz4, lz4_raw, zstd\n"
+       "  --compression NAME              {codecs}\n"
        "  --compression-per-variable a=zstd,b=snappy\n"
        "  --encoding dictionary|plain     (or --encoding-per-variable a=plain,...)\n"
        "  --version 1.0|2.0               Parquet format version\n"
        "  --row-group-heights 1000,...    explicit row groups; they must add up to the rows\n"
        "  --max-row-group-length N        at most N rows per row group (default 1048576)\n"
-       "  --compression-level N           the codec's level (zstd -7..22, gzip 1..9, brotli "
-       "0..11)\n"
+       "  --compression-level N           the codec's level ({levels})\n"
        "example: vxparquet write out.parquet --from in.csv --compression zstd\n"},
   };
   const auto it = texts.find(command);
-  return it == texts.end() ? std::string() : it->second;
+  if (it == texts.end()) return std::string();
+  // The codecs and levels are this build's Arrow's, asked when the help is shown.
+  std::string text = it->second;
+  const auto fill = [&text](const std::string& field, const std::string& value) {
+    const size_t at = text.find(field);
+    if (at != std::string::npos) text.replace(at, field.size(), value);
+  };
+  std::string codecs;
+  std::string levels;
+  for (const auto& codec : writableCompressions()) {
+    codecs += (codecs.empty() ? "" : ", ") + codec;
+    if (const auto range = compressionLevelRange(codec)) {
+      levels += (levels.empty() ? "" : ", ") + codec + " " + std::to_string(range->first) + ".." +
+                std::to_string(range->second);
+    }
+  }
+  fill("{codecs}", codecs);
+  fill("{levels}", levels);
+  return text;
 }
 
 }  // namespace vxparquet

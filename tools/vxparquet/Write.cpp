@@ -16,6 +16,8 @@
 #include <arrow/csv/api.h>
 #include <arrow/io/file.h>
 #include <arrow/table.h>
+#include <arrow/util/compression.h>
+#include <arrow/util/thread_pool.h>
 #include <parquet/arrow/schema.h>
 #include <parquet/file_reader.h>
 #include <parquet/metadata.h>
@@ -26,6 +28,7 @@
 #include "host/converter/HostValues.hpp"
 #include "host/filter/Expression.hpp"
 #include "host/services/Services.hpp"
+#include "host/services/Threads.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
@@ -33,6 +36,45 @@
 
 namespace vxparquet {
 namespace {
+
+// The writer's codec names and Arrow's codecs; lzo has a name in Parquet but no codec in Arrow.
+const std::vector<std::pair<std::string, ::arrow::Compression::type>>& compressionNames() {
+  static const std::vector<std::pair<std::string, ::arrow::Compression::type>> names = {
+      {"uncompressed", ::arrow::Compression::UNCOMPRESSED},
+      {"snappy", ::arrow::Compression::SNAPPY},
+      {"gzip", ::arrow::Compression::GZIP},
+      {"brotli", ::arrow::Compression::BROTLI},
+      {"lz4", ::arrow::Compression::LZ4},
+      {"lzo", ::arrow::Compression::LZO},
+      {"zstd", ::arrow::Compression::ZSTD},
+  };
+  return names;
+}
+
+std::optional<::arrow::Compression::type> codecNamed(const std::string& name) {
+  for (const auto& [known, codec] : compressionNames()) {
+    if (known == name) return codec;
+  }
+  return std::nullopt;
+}
+
+// Refuses a level outside what every codec asked for takes, before the writer meets it
+// (zlib's own refusal says only "deflateInit failed").
+void checkCompressionLevel(int level, const std::vector<std::string>& codecs) {
+  for (const auto& codec : codecs) {
+    const auto range = compressionLevelRange(codec);
+    if (!range) {
+      failWith("InvalidCompressionLevel", "--compression-level " + std::to_string(level) + ": " +
+                                              codec + " takes no compression level.");
+    }
+    if (level < range->first || level > range->second) {
+      failWith("InvalidCompressionLevel", "--compression-level " + std::to_string(level) +
+                                              " is outside " + codec + "'s levels " +
+                                              std::to_string(range->first) + ".." +
+                                              std::to_string(range->second) + ".");
+    }
+  }
+}
 
 constexpr int64_t kDefaultMaxRowGroupLength = 1048576;
 
@@ -162,7 +204,20 @@ matrix::unique_array readCsv(const std::string& path, const CsvSettings& setting
   auto input = valueOrFail(::arrow::io::ReadableFile::Open(path), "CannotOpenInput",
                            "Unable to open '" + path + "'");
   auto readOptions = ::arrow::csv::ReadOptions::Defaults();
-  readOptions.autogenerate_column_names = !settings.header;
+  // Arrow's pools wait for ever for a thread they could not start: the CSV reader's input
+  // always needs one thread of the I/O pool, its parsing the CPU pool's threads when they start
+  // now; with none to spare, the input is refused rather than left hanging.
+  const int64_t startable = foundation::services::countStartableThreads(
+      foundation::services::getNumComputationalThreads() + 2);
+  if (startable < 2) {
+    failWith("ThreadsUnavailable", "Unable to read '" + path +
+                                       "' as CSV: the process may not start the thread that "
+                                       "reading it needs.");
+  }
+  const int64_t workers = startable - 2;  // beside this thread and the I/O thread
+  foundation::services::setLastStartableThreads(std::max<int64_t>(workers, 1));
+  readOptions.use_threads =
+      workers > 1 && ::arrow::SetCpuThreadPoolCapacity(static_cast<int>(workers)).ok();
   auto parseOptions = ::arrow::csv::ParseOptions::Defaults();
   parseOptions.delimiter = settings.delimiter;
   auto convertOptions = ::arrow::csv::ConvertOptions::Defaults();
@@ -178,7 +233,8 @@ matrix::unique_array readCsv(const std::string& path, const CsvSettings& setting
   auto table = valueOrFail(reader->Read(), "InvalidCsv", "Unable to read '" + path + "' as CSV");
   for (const auto& [name, type] : settings.types) {
     if (table->schema()->GetFieldIndex(name) < 0) {
-      throw UsageError{"--types: the CSV has no column '" + name + "'"};
+      failWith("UnknownVariable",
+               "--types names '" + name + "', which is no column of '" + path + "'.");
     }
   }
   return valueOrFail(vantro::io::arrow::core::to_vantro(table), "InvalidCsv",
@@ -323,6 +379,23 @@ void writeInRowGroups(ParquetWriter& writer, const vxArray* table, int64_t maxLe
 
 }  // namespace
 
+std::vector<std::string> writableCompressions() {
+  std::vector<std::string> names;
+  for (const auto& [name, codec] : compressionNames()) {
+    if (::arrow::util::Codec::IsAvailable(codec)) names.push_back(name);
+  }
+  return names;
+}
+
+std::optional<std::pair<int, int>> compressionLevelRange(const std::string& name) {
+  const auto codec = codecNamed(name);
+  if (!codec || !::arrow::util::Codec::SupportsCompressionLevel(*codec)) return std::nullopt;
+  const auto lowest = ::arrow::util::Codec::MinimumCompressionLevel(*codec);
+  const auto highest = ::arrow::util::Codec::MaximumCompressionLevel(*codec);
+  if (!lowest.ok() || !highest.ok()) return std::nullopt;
+  return std::make_pair(*lowest, *highest);
+}
+
 int runWrite(const std::vector<std::string>& words) {
   const Arguments args(
       words,
@@ -384,15 +457,19 @@ int runWrite(const std::vector<std::string>& words) {
   }
 
   // Every option value is checked before the writer opens the output.
-  static const std::vector<std::string> kCompressions = {"uncompressed", "snappy", "gzip", "brotli",
-                                                         "lz4",          "lzo",    "zstd"};
   static const std::vector<std::string> kEncodings = {"dictionary", "plain"};
   std::optional<std::vector<std::string>> compressions;
   if (args.value("--compression") || args.value("--compression-per-variable")) {
     compressions = perVariable(schema.field_names(), args.value("--compression"),
                                args.value("--compression-per-variable"), "snappy",
                                "--compression-per-variable");
-    for (auto& value : *compressions) value = matchChoice(value, kCompressions, "--compression");
+    const std::vector<std::string> writable = writableCompressions();
+    for (auto& value : *compressions) value = matchChoice(value, writable, "--compression");
+  }
+  // Without a codec asked for, the writer's default, snappy, takes the level.
+  if (compressionLevel) {
+    checkCompressionLevel(*compressionLevel,
+                          compressions ? *compressions : std::vector<std::string>{"snappy"});
   }
   std::optional<std::vector<std::string>> encodings;
   if (args.value("--encoding") || args.value("--encoding-per-variable")) {

@@ -1,4 +1,5 @@
 // vxparquet: the host's Parquet functions from the command line.
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -7,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -18,6 +20,7 @@
 #include "host/except/Exception.hpp"
 #include "host/services/Interrupts.hpp"
 #include "host/services/Services.hpp"
+#include "host/services/Threads.hpp"
 #include "host/vfs/LocalOutput.hpp"
 
 namespace {
@@ -39,9 +42,30 @@ const char* kUsage =
     "                     and MPI launches\n"
     "  help [COMMAND]     this text, or every option of one command\n"
     "\n"
-    "options for every command: --help; the program: --version.\n"
+    "options for every command: --help, --threads N (threads to use; default: the CPUs the\n"
+    "process may run on); the program: --version.\n"
     "Set VXPARQUET_LOG=<mask>[:<file>] (mask 'all' or a number) to trace the library.\n"
     "Exit status: 0 success, 1 error, 2 command-line mistake, 130 interrupted.\n";
+
+// Arrow's jemalloc reads its settings once, as the library loads, before main; Arrow's own
+// settings start background purging threads, which under a tight process limit fail and report
+// it on every new arena (thousands of lines). Where the limit is tight, the program starts itself
+// again with them turned off; elsewhere the restart would only cost start-up time. A setting the
+// user made is left as it is; root is not held to the limit.
+constexpr rlim_t kFewProcesses = 4096;
+
+void restartWithoutAllocatorThreads(char** argv) {
+  namespace services = foundation::services;
+  if (::getenv(services::kArrowJemallocConfVariable) != nullptr || ::geteuid() == 0) return;
+  struct rlimit limit {};
+  if (::getrlimit(RLIMIT_NPROC, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
+      limit.rlim_cur > kFewProcesses) {
+    return;
+  }
+  if (::setenv(services::kArrowJemallocConfVariable, services::kArrowJemallocConf, 1) != 0) return;
+  ::execv("/proc/self/exe", argv);
+  // No restart (no /proc): the allocator keeps its threads, the command runs all the same.
+}
 
 // Ctrl-C: the commands poll the host's interrupt state between pieces of work; a piece that
 // runs on (one large row group, a blocked read of a FIFO) is cut short here so that the
@@ -67,22 +91,45 @@ void startInterruptWatch() {
   sigemptyset(&action.sa_mask);
   action.sa_flags = 0;  // no SA_RESTART: a blocked read returns, the command then stops
   sigaction(SIGINT, &action, nullptr);
-  try {
-    std::thread([] {
-      while (!gInterrupted.load()) std::this_thread::sleep_for(std::chrono::milliseconds(20));
-      const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(800);
-      while (std::chrono::steady_clock::now() < deadline) {
-        if (gFinished.load()) return;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-      }
+  std::thread watchdog = foundation::services::tryStartThread([] {
+    while (!gInterrupted.load()) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(800);
+    while (std::chrono::steady_clock::now() < deadline) {
       if (gFinished.load()) return;
-      // The write in progress never reaches its next check: its temporary file goes here.
-      virtualiostream::discardUnfinishedOutputs();
-      printInterrupted();
-      std::_Exit(130);
-    }).detach();
-  } catch (const std::system_error&) {
-    // No thread to spare (a process limit): Ctrl-C is still noticed between row groups.
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    if (gFinished.load()) return;
+    // The write in progress never reaches its next check: its temporary file goes here.
+    virtualiostream::discardUnfinishedOutputs();
+    printInterrupted();
+    std::_Exit(130);
+  });
+  // No thread to spare (a process limit): Ctrl-C is still noticed between row groups.
+  if (watchdog.joinable()) watchdog.detach();
+}
+
+// "--threads N" (or "--threads=N"), taken by every command: the host's thread count for
+// Arrow's pool, the conversions and counting. 0 restores the default (the CPUs the process may
+// use). Removed from words before the command reads them.
+void takeThreadsOption(std::vector<std::string>& words) {
+  for (size_t i = 0; i < words.size(); ++i) {
+    if (words[i] == "--") return;
+    std::optional<std::string> value;
+    size_t taken = 1;
+    if (words[i] == "--threads") {
+      if (i + 1 >= words.size()) throw vxparquet::UsageError{"--threads needs a value"};
+      value = words[i + 1];
+      taken = 2;
+    } else if (words[i].rfind("--threads=", 0) == 0) {
+      value = words[i].substr(10);
+    }
+    if (!value) continue;
+    const uint64_t count = vxparquet::parseCount(*value, "--threads", /*allowZero=*/true);
+    if (count > 65536) throw vxparquet::UsageError{"--threads takes at most 65536"};
+    foundation::services::setNumComputationalThreads(static_cast<int64_t>(count));
+    words.erase(words.begin() + static_cast<std::ptrdiff_t>(i),
+                words.begin() + static_cast<std::ptrdiff_t>(i + taken));
+    --i;
   }
 }
 
@@ -139,6 +186,7 @@ int finish(int status) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  restartWithoutAllocatorThreads(argv);
   // Freed pages stay with Arrow's allocator for a while, so a second read reuses them.
   foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
   foundation::host::initialize();
@@ -155,12 +203,13 @@ int main(int argc, char** argv) {
   }
   if (args[0] == "help") return printHelp(args.size() > 1 ? args[1] : "");
   vxparquet::setCurrentCommand(args[0]);
-  const std::vector<std::string> words(args.begin() + 1, args.end());
+  std::vector<std::string> words(args.begin() + 1, args.end());
   for (const auto& word : words) {
     if (word == "--") break;
     if (isHelp(word) && !vxparquet::commandHelp(args[0]).empty()) return printHelp(args[0]);
   }
   try {
+    takeThreadsOption(words);
     return finish(dispatch(args[0], words));
   } catch (const vxparquet::UsageError& e) {
     const std::string help = vxparquet::commandHelp(args[0]).empty()

@@ -24,6 +24,7 @@ VANTRO_PARQUET_MESSAGE_TAG(read, InternalUnsupportedParquetType);
 VANTRO_PARQUET_MESSAGE_TAG(read, DictionaryInNestedStructure);
 VANTRO_PARQUET_MESSAGE_TAG(read, InternalError);
 VANTRO_PARQUET_MESSAGE_TAG(read, UnsupportedRowFilterVariable);
+VANTRO_PARQUET_MESSAGE_TAG(read, EncryptedFile);
 }  // namespace VANTRO::parquetio::read
 
 namespace VANTRO::parquetio::write {

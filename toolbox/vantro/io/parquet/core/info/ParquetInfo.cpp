@@ -16,6 +16,7 @@
 
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
+#include "toolbox/vantro/io/parquet/core/common/EncryptedFiles.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/common/SchemaLeafIndex.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
@@ -63,6 +64,9 @@ ParquetInfo::ParquetInfo(const std::u16string& filename) : mFilename(filename) {
   logger.log(severity::kFile, " filename=", filename);
   try {
     doBuildInfo();
+  } catch (const common::ParquetException<VANTRO::parquetio::read::EncryptedFile>&) {
+    // Said as it is: the file is not damaged, it needs keys.
+    throw;
   } catch (const std::exception& e) {
     if (logger.enabled(severity::kError)) {
       logger.log(severity::kError,
@@ -85,8 +89,10 @@ const ::parquet::arrow::SchemaManifest& ParquetInfo::getSchemaManifest() const {
 void ParquetInfo::doBuildInfo() {
   VANTRO_PARQUET_TRACE();
   auto file = common::makeReadableFilePtr(mFilename);
-  common::throwReadExceptIfNotOk(
-      common::compat::OpenFile(file, ::arrow::default_memory_pool(), &mFileReader), mFilename);
+  const ::arrow::Status opened =
+      common::compat::OpenFile(file, ::arrow::default_memory_pool(), &mFileReader);
+  common::throwIfEncrypted(opened, *file, mFileReader.get(), mFilename);
+  common::throwReadExceptIfNotOk(opened, mFilename);
   mFilename = file->GetFilename();
   const ::arrow::Result<int64_t> size = file->GetSize();
   common::throwReadExceptIfNotOk(size.status(), mFilename);

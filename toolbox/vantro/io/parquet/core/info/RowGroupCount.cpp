@@ -1,22 +1,29 @@
 #include "toolbox/vantro/io/parquet/core/info/RowGroupCount.hpp"
 
+#include <algorithm>
+#include <atomic>
+#include <exception>
 #include <memory>
+#include <mutex>
+#include <thread>
 
 #include <arrow/memory_pool.h>
 #include <parquet/arrow/reader.h>
 #include <parquet/file_reader.h>
 #include <parquet/metadata.h>
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
-#include <tbb/task_group.h>
-
 #include "host/services/Interrupts.hpp"
+#include "host/services/Services.hpp"
+#include "host/services/Threads.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
+#include "toolbox/vantro/io/parquet/core/common/EncryptedFiles.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
 
 namespace vantro::io::parquet::core::info {
 namespace {
+
+// Below this many files per thread, starting a thread costs more than it saves.
+constexpr size_t kFilesPerThread = 4;
 
 // Opens the footer of one file and returns its row-group count. The reader and the adapter are
 // released on return, closing the file.
@@ -25,6 +32,7 @@ uint64_t countRowGroups(const std::u16string& file) {
   std::unique_ptr<::parquet::arrow::FileReader> fileReader;
   const ::arrow::Status status =
       common::compat::OpenFile(adapter, ::arrow::default_memory_pool(), &fileReader);
+  common::throwIfEncrypted(status, *adapter, fileReader.get(), file);
   common::throwReadExceptIfNotOk(status, file);
   if (utIsSignalThread() != 0) utInterruptState::ThrowIfInterruptPending();
   return static_cast<uint64_t>(fileReader->parquet_reader()->metadata()->num_row_groups());
@@ -34,20 +42,42 @@ uint64_t countRowGroups(const std::u16string& file) {
 
 std::vector<uint64_t> getNumRowGroupsAsync(std::vector<std::u16string> files) {
   std::vector<uint64_t> counts(files.size(), 0);
-  if (!files.empty()) {
-    // Exact exception propagation: the first failure cancels the group and reaches the caller
-    // as it was thrown.
-    tbb::task_group_context context(tbb::task_group_context::bound,
-                                    tbb::task_group_context::default_traits);
-    tbb::parallel_for(
-        tbb::blocked_range<size_t>(0, files.size(), 1),
-        [&](const tbb::blocked_range<size_t>& range) {
-          for (size_t i = range.begin(); i != range.end(); ++i) {
-            counts[i] = countRowGroups(files[i]);
-          }
-        },
-        tbb::auto_partitioner(), context);
+  // Files are handed out one at a time: a footer costs tens of microseconds, the hand-out one
+  // atomic step. A failure stops the hand-out; the earliest failed file's exception is kept.
+  std::atomic<size_t> next{0};
+  std::atomic<bool> stop{false};
+  std::mutex failureMutex;
+  size_t failedFile = files.size();
+  std::exception_ptr failure;
+  const auto work = [&] {
+    while (!stop.load(std::memory_order_relaxed)) {
+      const size_t i = next.fetch_add(1, std::memory_order_relaxed);
+      if (i >= files.size()) return;
+      try {
+        counts[i] = countRowGroups(files[i]);
+      } catch (...) {
+        std::lock_guard<std::mutex> lock(failureMutex);
+        if (i < failedFile) {
+          failedFile = i;
+          failure = std::current_exception();
+        }
+        stop.store(true, std::memory_order_relaxed);
+      }
+    }
+  };
+  // Threads of its own rather than a pool's: one that cannot start (a process limit) leaves
+  // its share to the others and to the calling thread, which always takes part.
+  const auto helpers = std::min<int64_t>(foundation::services::getNumComputationalThreads() - 1,
+                                         static_cast<int64_t>(files.size() / kFilesPerThread));
+  std::vector<std::thread> threads;
+  for (int64_t i = 0; i < helpers; ++i) {
+    std::thread thread = foundation::services::tryStartThread(work);
+    if (!thread.joinable()) break;
+    threads.push_back(std::move(thread));
   }
+  work();
+  for (auto& thread : threads) thread.join();
+  if (failure) std::rethrow_exception(failure);
   std::vector<std::u16string>().swap(files);
   return counts;
 }

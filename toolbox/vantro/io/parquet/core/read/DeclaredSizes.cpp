@@ -1,5 +1,9 @@
 #include "toolbox/vantro/io/parquet/core/read/DeclaredSizes.hpp"
 
+#include <algorithm>
+#include <string>
+
+#include <arrow/type.h>
 #include <parquet/schema.h>
 
 namespace vantro::io::parquet::core::read {
@@ -29,6 +33,43 @@ uint64_t maxExpansion(::parquet::Compression::type codec) {
 // Page headers and small dictionaries stay uncompressed whatever the codec.
 constexpr uint64_t kSlack = 1 << 20;
 
+// String and binary types with 32-bit offsets (their large forms have 64-bit ones).
+bool hasInt32Offsets(const ::arrow::DataType& type) {
+  return type.id() == ::arrow::Type::STRING || type.id() == ::arrow::Type::BINARY;
+}
+
+// The decoded bytes that leaf column declares over rowGroups, at least.
+uint64_t declaredValueBytes(const ::parquet::FileMetaData& metadata, int column,
+                            const std::vector<int>& rowGroups) {
+  uint64_t total = 0;
+  for (const int rowGroup : rowGroups) {
+    if (rowGroup < 0 || rowGroup >= metadata.num_row_groups()) continue;
+    const auto group = metadata.RowGroup(rowGroup);
+    if (column < 0 || column >= group->num_columns()) continue;
+    const auto chunk = group->ColumnChunk(column);
+    const int64_t values =
+        chunk->total_uncompressed_size() - 4 * std::max<int64_t>(chunk->num_values(), 0);
+    total += static_cast<uint64_t>(std::max<int64_t>(values, 0));
+  }
+  return total;
+}
+
+// The first leaf under field with 32-bit offsets whose declared bytes exceed one chunk.
+const ::parquet::arrow::SchemaField* oversizedLeaf(const ::parquet::FileMetaData& metadata,
+                                                   const ::parquet::arrow::SchemaField& field,
+                                                   const std::vector<int>& rowGroups,
+                                                   uint64_t& declared) {
+  if (field.column_index >= 0) {
+    if (!field.field || !hasInt32Offsets(*field.field->type())) return nullptr;
+    declared = declaredValueBytes(metadata, field.column_index, rowGroups);
+    return declared > kMaxBinaryChunkBytes ? &field : nullptr;
+  }
+  for (const auto& child : field.children) {
+    if (const auto* leaf = oversizedLeaf(metadata, child, rowGroups, declared)) return leaf;
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 ::arrow::Status checkDeclaredChunkSizes(const ::parquet::FileMetaData& metadata,
@@ -55,6 +96,29 @@ constexpr uint64_t kSlack = 1 << 20;
                          : std::string("more than its codec can produce"),
             "; the file is corrupt or forged");
       }
+    }
+  }
+  return ::arrow::Status::OK();
+}
+
+::arrow::Status checkNestedChunkSizes(const ::parquet::FileMetaData& metadata,
+                                      const ::parquet::arrow::SchemaManifest& manifest,
+                                      const std::vector<int32_t>& fields,
+                                      const std::vector<int>& rowGroups) {
+  for (const int32_t index : fields) {
+    if (index < 0 || static_cast<size_t>(index) >= manifest.schema_fields.size()) continue;
+    const auto& field = manifest.schema_fields[index];
+    // Flat columns may come in several chunks: only nested ones cannot.
+    if (field.children.empty()) continue;
+    uint64_t declared = 0;
+    if (const auto* leaf = oversizedLeaf(metadata, field, rowGroups, declared)) {
+      return ::arrow::Status::Invalid(
+          "Variable '", field.field->name(), "' declares ", declared, " bytes of data in its ",
+          leaf->column_index >= 0
+              ? metadata.schema()->Column(leaf->column_index)->path()->ToDotString()
+              : std::string("field"),
+          " leaf over the row groups read, more than the ", kMaxBinaryChunkBytes,
+          " bytes that a nested variable can be converted with; read fewer row groups at a time");
     }
   }
   return ::arrow::Status::OK();

@@ -24,9 +24,11 @@
 #include "host/converter/HostValues.hpp"
 #include "host/converter/ParallelFor.hpp"
 #include "host/services/Services.hpp"
+#include "host/services/Threads.hpp"
 #include "host/unicode/ustring.hpp"
 #include "host/vfs/AbsoluteIRI.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
+#include "toolbox/vantro/io/parquet/core/common/EncryptedFiles.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/common/SchemaLeafIndex.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
@@ -75,21 +77,6 @@ bool isNestedTypeId(::arrow::Type::type id) {
     default:
       return false;
   }
-}
-
-// Starts and joins count threads, so that a process limit is found before Arrow's pool meets it:
-// a thread that fails to start inside the pool leaves it waiting for that thread for ever,
-// which hangs the process at exit. Tried before every read, since limits change.
-std::string threadStartFailure(int count) {
-  std::vector<std::thread> threads;
-  std::string failure;
-  try {
-    for (int i = 0; i < count; ++i) threads.emplace_back([] {});
-  } catch (const std::system_error& e) {
-    failure = e.what();
-  }
-  for (auto& thread : threads) thread.join();
-  return failure;
 }
 
 std::atomic<bool> gReadVariableByVariable{true};
@@ -226,11 +213,10 @@ void ParquetReader::init(const std::u16string& filename) {
   auto file = common::makeReadableFilePtr(filename);
   mFilename = file->GetFilename();
 
-  throwReadExceptIfNotOk(guarded([&] {
-                           return common::compat::OpenFile(file, ::arrow::default_memory_pool(),
-                                                           &mFileReader);
-                         }),
-                         mFilename);
+  const ::arrow::Status opened = guarded(
+      [&] { return common::compat::OpenFile(file, ::arrow::default_memory_pool(), &mFileReader); });
+  common::throwIfEncrypted(opened, *file, mFileReader.get(), mFilename);
+  throwReadExceptIfNotOk(opened, mFilename);
 
   // Every variable is selected until the host narrows the selection.
   mSelectedVariables.manifest = &mFileReader->manifest();
@@ -316,19 +302,29 @@ void ParquetReader::setupArrowThreadPool() {
     getLogger().log(severity::kConfig,
                     "Disabling Arrow thread pool since multi-threaded column reads are not "
                     "currently supported for Hadoop IRIs");
+    mArrowThreads = false;
     if (mFileReader) mFileReader->set_use_threads(false);
     return;
   }
   const int64_t numThreads = foundation::services::getNumComputationalThreads();
   getLogger().log(severity::kConfig, "numThreads = ", numThreads);
-  const int capacity = static_cast<int>(std::clamp<int64_t>(numThreads, 1, 4096));
-  const std::string failure = threadStartFailure(capacity);
-  if (!failure.empty()) {
-    common::throwInvalidRead(mFilename, u"Unable to start " +
-                                            utf8_to_ustring(std::to_string(capacity)) +
-                                            u" threads for reading: " + utf8_to_ustring(failure));
+  const int wanted = static_cast<int>(std::clamp<int64_t>(numThreads, 1, 4096));
+  // A thread that fails to start inside Arrow's pool leaves the pool waiting for it for ever
+  // (a hang at exit), so the threads are tried first, before every read since limits change.
+  // A read with n threads needs n pool workers, n - 1 workers for the conversion and one I/O
+  // thread; fewer to be had: n shrinks to fit, and at 1 the read runs on this thread alone.
+  const int64_t extra = foundation::services::countStartableThreads(2 * int64_t{wanted} + 1) - 1;
+  const int startable = static_cast<int>(std::clamp<int64_t>(extra / 2, 1, wanted));
+  foundation::services::setLastStartableThreads(startable < wanted ? startable : 0);
+  if (startable < wanted) {
+    getLogger().log(severity::kConfig, "only ", startable, " of ", wanted, " threads can start");
   }
-  throwReadExceptIfNotOk(::arrow::SetCpuThreadPoolCapacity(capacity), mFilename);
+  mArrowThreads = startable > 1;
+  if (!mArrowThreads) {
+    if (mFileReader) mFileReader->set_use_threads(false);
+    return;
+  }
+  throwReadExceptIfNotOk(::arrow::SetCpuThreadPoolCapacity(startable), mFilename);
   if (mFileReader) mFileReader->set_use_threads(true);
 }
 
@@ -373,6 +369,12 @@ void ParquetReader::checkDeclaredSizes(const std::vector<int>& rowGroups) const 
                            return checkDeclaredChunkSizes(
                                getMetadata(), rowGroups, mSelectedVariables.parquetColumnIndices,
                                foundation::services::getMaxColumnChunkBytes());
+                         }),
+                         mFilename);
+  throwReadExceptIfNotOk(guarded([&] {
+                           return checkNestedChunkSizes(getMetadata(), *mSelectedVariables.manifest,
+                                                        mSelectedVariables.arrowFieldIndices,
+                                                        rowGroups);
                          }),
                          mFilename);
 }
@@ -499,7 +501,7 @@ matrix::unique_array ParquetReader::readVariableByVariable(const std::vector<int
       read.conversionStatus = converted.status();
     }
   });
-  mFileReader->set_use_threads(true);
+  mFileReader->set_use_threads(mArrowThreads);
 
   for (auto& read : reads) {
     if (read.exception) std::rethrow_exception(read.exception);

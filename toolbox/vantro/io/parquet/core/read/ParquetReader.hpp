@@ -124,6 +124,8 @@ class ParquetReader {
   std::u16string mFilename;
   std::unique_ptr<::parquet::arrow::FileReader> mFileReader;
   SelectedVariables mSelectedVariables;
+  // Whether Arrow's reads may use its pool, as setupArrowThreadPool last decided.
+  bool mArrowThreads = true;
 
  private:
   matrix::unique_array readTableThenConvert(const std::vector<int>* rowGroups, int64_t footerRows);
