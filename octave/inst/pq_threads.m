@@ -56,4 +56,4 @@ endfunction
 %!error id=VANTRO:octave:InvalidArgument pq_threads (Inf)
 %!error id=VANTRO:octave:InvalidArgument pq_threads (NaN)
 %!error id=VANTRO:octave:InvalidArgument pq_threads (1 + 2i)
-%!error <Invalid call> pq_threads (1, 2)
+%!error <called with too many inputs> pq_threads (1, 2)

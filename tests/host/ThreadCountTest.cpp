@@ -103,7 +103,7 @@ TEST(ThreadCount, TheProgramUnderTasksetUsesOneThread) {
   const std::string trace = vxtest::readBytes(log);
   EXPECT_NE(trace.find("numThreads = 1"), std::string::npos) << trace.substr(0, 2000);
   const std::string wider = "VXPARQUET_LOG=all:" + log + " taskset -c 0 " + program +
-                            " --threads 3 read " + path + " >/dev/null 2>&1";
+                            " read --threads 3 " + path + " >/dev/null 2>&1";
   ASSERT_EQ(std::system(wider.c_str()), 0);
   EXPECT_NE(vxtest::readBytes(log).find("numThreads = 3"), std::string::npos);
 }

@@ -45,11 +45,12 @@ TEST(InteropInfo, EveryFileSucceedsOrFailsAsInvalidRead) {
   EXPECT_GT(summarised, static_cast<int>(files.size()) / 2);
 }
 
-TEST(InteropInfo, EncryptedFooterIsAnInvalidRead) {
+TEST(InteropInfo, EncryptedFooterIsRefusedAsEncrypted) {
   VX_REQUIRE_INTEROP();
   const std::u16string name =
       vxtest::u16(vxtest::interopDir() + "/uniform_encryption.parquet.encrypted");
-  const auto arguments = vxtest::expectHostError([&] { ParquetInfo info(name); }, kInvalidRead);
+  const auto arguments = vxtest::expectHostError([&] { ParquetInfo info(name); },
+                                                 "VANTRO:parquetio:read:EncryptedFile");
   ASSERT_TRUE(arguments);
   EXPECT_EQ(std::get<std::u16string>(arguments->at(0)), name);
 }

@@ -15,6 +15,9 @@
 #include <parquet/encryption/encryption.h>
 #define VX_HAVE_PARQUET_ENCRYPTION 1
 #endif
+#if __has_include(<arrow/util/secure_string.h>)
+#include <arrow/util/secure_string.h>
+#endif
 
 #include "tests/read/ReaderTestSupport.hpp"
 #include "toolbox/vantro/io/parquet/core/info/ParquetInfo.hpp"
@@ -80,6 +83,15 @@ TEST(EncryptedFile, CorpusFilesAreRefusedAsEncrypted) {
 }
 
 #ifdef VX_HAVE_PARQUET_ENCRYPTION
+// Keys as the build's encryption API takes them: newer Arrow wraps them in SecureString.
+#if __has_include(<arrow/util/secure_string.h>)
+::arrow::util::SecureString keyOf(std::string text) {
+  return ::arrow::util::SecureString(std::move(text));
+}
+#else
+std::string keyOf(std::string text) { return text; }
+#endif
+
 class WrittenEncrypted : public ::testing::Test {
  protected:
   // Writes a small table with the given encryption; false where this Arrow was built without
@@ -103,7 +115,7 @@ class WrittenEncrypted : public ::testing::Test {
 
 TEST_F(WrittenEncrypted, AnEncryptedFooterIsRefused) {
   const std::string path = dir.file("footer.parquet");
-  if (!write(path, parquet::FileEncryptionProperties::Builder(footerKey).build())) {
+  if (!write(path, parquet::FileEncryptionProperties::Builder(keyOf(footerKey)).build())) {
     GTEST_SKIP() << "this Arrow build cannot encrypt";
   }
   expectRefusedEverywhere(path, "its footer");
@@ -114,8 +126,14 @@ TEST_F(WrittenEncrypted, EncryptedColumnsUnderAPlaintextFooterAreRefused) {
   const auto table = vxtest::simpleTable(1);
   parquet::ColumnPathToEncryptionPropertiesMap columns;
   const std::string first = table->schema()->field(0)->name();
-  columns[first] = parquet::ColumnEncryptionProperties::Builder(first).key(columnKey)->build();
-  const auto encryption = parquet::FileEncryptionProperties::Builder(footerKey)
+#if __has_include(<arrow/util/secure_string.h>)
+  // The map's key names the column; the builder no longer takes it.
+  columns[first] = parquet::ColumnEncryptionProperties::Builder().key(keyOf(columnKey))->build();
+#else
+  columns[first] =
+      parquet::ColumnEncryptionProperties::Builder(first).key(keyOf(columnKey))->build();
+#endif
+  const auto encryption = parquet::FileEncryptionProperties::Builder(keyOf(footerKey))
                               .set_plaintext_footer()
                               ->encrypted_columns(columns)
                               ->build();

@@ -112,7 +112,7 @@ TEST_F(WriteCommand, EveryListedCodecWritesAndNoOtherIsAccepted) {
     ASSERT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(readBack(file)->num_rows(), 3);
   }
-  for (const std::string& unlisted : {"lzo", "lz4_raw", "bz2", "nosuch"}) {
+  for (const char* unlisted : {"lzo", "lz4_raw", "bz2", "nosuch"}) {
     if (std::find(codecs.begin(), codecs.end(), unlisted) != codecs.end()) continue;
     SCOPED_TRACE(unlisted);
     const auto result =

@@ -204,6 +204,7 @@ matrix::unique_array readCsv(const std::string& path, const CsvSettings& setting
   auto input = valueOrFail(::arrow::io::ReadableFile::Open(path), "CannotOpenInput",
                            "Unable to open '" + path + "'");
   auto readOptions = ::arrow::csv::ReadOptions::Defaults();
+  readOptions.autogenerate_column_names = !settings.header;
   // Arrow's pools wait for ever for a thread they could not start: the CSV reader's input
   // always needs one thread of the I/O pool, its parsing the CPU pool's threads when they start
   // now; with none to spare, the input is refused rather than left hanging.
