@@ -617,7 +617,8 @@ std::unique_ptr<ValueFormatter> Make(const Array& array) {
     }
     case a::Type::LARGE_LIST: {
       ARROW_ASSIGN_OR_RAISE(
-          auto elements, MakeValueFormatter(*static_cast<const a::LargeListArray&>(array).values()));
+          auto elements,
+          MakeValueFormatter(*static_cast<const a::LargeListArray&>(array).values()));
       return std::make_unique<ListFormatter<a::LargeListArray>>(array, std::move(elements));
     }
     case a::Type::FIXED_SIZE_LIST: {

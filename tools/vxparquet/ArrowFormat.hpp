@@ -71,7 +71,7 @@ class RowFormatter {
                       std::string* out) const;
 
  private:
-  std::vector<std::string> mJsonNames;  // "\"name\":" ready to print
+  std::vector<std::string> mJsonNames;                   // "\"name\":" ready to print
   std::vector<std::shared_ptr<::arrow::Array>> mArrays;  // what the formatters read
   std::vector<std::unique_ptr<ValueFormatter>> mColumns;
 };

@@ -24,7 +24,8 @@ void TableView::add(const std::shared_ptr<::arrow::Table>& rows) {
   // Drop tail pieces that the newer ones cover.
   uint64_t kept = 0;
   size_t from = mTail.size();
-  while (from > 0 && kept < kTailRows) kept += static_cast<uint64_t>(mTail[--from].second->num_rows());
+  while (from > 0 && kept < kTailRows)
+    kept += static_cast<uint64_t>(mTail[--from].second->num_rows());
   mTail.erase(mTail.begin(), mTail.begin() + static_cast<std::ptrdiff_t>(from));
 }
 

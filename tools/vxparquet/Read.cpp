@@ -232,8 +232,8 @@ class Output {
 
  private:
   std::string jsonDocument() const {
-    auto table = mTables.empty() ? ::arrow::Table::MakeEmpty(mSchema)
-                                 : ::arrow::ConcatenateTables(mTables);
+    auto table =
+        mTables.empty() ? ::arrow::Table::MakeEmpty(mSchema) : ::arrow::ConcatenateTables(mTables);
     if (!table.ok()) {
       failWith("CannotCombine", "Unable to combine the files' rows: " + table.status().ToString());
     }
@@ -281,7 +281,12 @@ class FileRead {
   // The row groups asked for (a list, a byte range's, or all), before statistics skip any.
   const std::vector<double>& listedRowGroups() const { return mListed; }
 
-  uint64_t height(double rowGroup) const { return mHeights.at(static_cast<size_t>(rowGroup) - 1); }
+  // The rows of a row group; nullopt for a number the file does not have (reading it then
+  // fails with the library's error).
+  std::optional<uint64_t> height(double rowGroup) const {
+    if (!(rowGroup >= 1 && rowGroup <= static_cast<double>(mHeights.size()))) return std::nullopt;
+    return mHeights[static_cast<size_t>(rowGroup) - 1];
+  }
   bool filters() const { return mFilter.has_value(); }
   // The host types of the printed variables, in order.
   std::vector<std::string> shownTypes() const {
@@ -477,8 +482,7 @@ void checkSameSchema(const FileRead& first, const FileRead& other, const std::st
 }
 
 // --each: one table per row group.
-void printEachRowGroup(FileRead& read, const ReadRequest& request, Output& output,
-                       Window& rows) {
+void printEachRowGroup(FileRead& read, const ReadRequest& request, Output& output, Window& rows) {
   const auto& rowGroups = read.rowGroupsToRead();
   Progress progress("row group", rowGroups.size());
   bool first = true;
@@ -515,10 +519,14 @@ constexpr int64_t kBatchRows = 65536;
 // row groups holding its first and last rows.
 void readRows(FileRead& read, const ReadRequest& request, Output& output, Window& rows) {
   const auto& rowGroups = read.rowGroupsToRead();
-  const bool viewOnly = request.format == Format::kTable && !read.filters() && !rows.left &&
-                        rows.skip == 0 && request.files.size() == 1;
+  bool viewOnly = request.format == Format::kTable && !read.filters() && !rows.left &&
+                  rows.skip == 0 && request.files.size() == 1;
   uint64_t total = 0;
-  for (double rowGroup : rowGroups) total += read.height(rowGroup);
+  for (double rowGroup : rowGroups) {
+    const auto height = read.height(rowGroup);
+    viewOnly = viewOnly && height.has_value();
+    total += height.value_or(0);
+  }
   const uint64_t head = TableView::kHeadRows, tail = TableView::kTailRows;
 
   Progress groups("row groups", rowGroups.size());
@@ -526,7 +534,7 @@ void readRows(FileRead& read, const ReadRequest& request, Output& output, Window
   for (double rowGroup : rowGroups) {
     if (rows.full()) break;
     checkInterrupt();
-    const uint64_t height = read.height(rowGroup);
+    const uint64_t height = read.height(rowGroup).value_or(0);
     const bool holdsHead = position < head;
     const bool holdsTail = position + height + tail > total;
     if (viewOnly && !holdsHead && !holdsTail) {
@@ -589,7 +597,8 @@ int runRequest(const ReadRequest& request) {
 int runRead(const std::vector<std::string>& words) { return runRequest(parseRead(words)); }
 
 int runHead(const std::vector<std::string>& words) {
-  const Arguments args(words, {"--rows", "--vars", "--where", "--format", "--delimiter", "--missing"},
+  const Arguments args(words,
+                       {"--rows", "--vars", "--where", "--format", "--delimiter", "--missing"},
                        {"--json", "--no-header"}, {{"-n", "--rows"}});
   if (args.positional().size() != 1) throw UsageError{"head takes exactly one FILE"};
   ReadRequest request;

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "Cli.hpp"
-#include "host/converter/Display.hpp"
 #include "Files.hpp"
+#include "host/converter/Display.hpp"
 #include "host/except/Exception.hpp"
 #include "host/matrix/Matrix.hpp"
 #include "host/unicode/ustring.hpp"
@@ -308,9 +308,9 @@ void printText(const Statistics& stats, const std::vector<std::string>& names, s
   if (!unfilterable.empty()) {
     std::printf("\nwithout statistics for filtering:\n");
     for (const auto& u : unfilterable) {
-      std::printf("  %s\t%s (%s)\n", vantro::io::arrow::core::display::EscapeControl(u.name).c_str(),
-                  vantro::io::arrow::core::display::EscapeControl(u.reason).c_str(),
-                  u.identifier.c_str());
+      std::printf(
+          "  %s\t%s (%s)\n", vantro::io::arrow::core::display::EscapeControl(u.name).c_str(),
+          vantro::io::arrow::core::display::EscapeControl(u.reason).c_str(), u.identifier.c_str());
     }
   }
 }

@@ -158,6 +158,22 @@ std::shared_ptr<::arrow::DataType> typeNamed(const std::string& name, const std:
   return nullptr;
 }
 
+// "a=int64,b=decimal(10,2)" -> {"a=int64", "b=decimal(10,2)"}: commas inside parentheses
+// belong to the type.
+std::vector<std::string> splitOutsideParentheses(const std::string& text) {
+  std::vector<std::string> parts(1);
+  int depth = 0;
+  for (const char c : text) {
+    if (c == ',' && depth == 0) {
+      parts.emplace_back();
+      continue;
+    }
+    depth += c == '(' ? 1 : (c == ')' ? -1 : 0);
+    parts.back().push_back(c);
+  }
+  return parts;
+}
+
 CsvSettings csvSettings(const Arguments& args, InputFormat format) {
   CsvSettings settings;
   if (format == InputFormat::kTsv) settings.delimiter = '\t';
@@ -170,7 +186,7 @@ CsvSettings csvSettings(const Arguments& args, InputFormat format) {
   settings.header = !args.flag("--no-header");
   if (const auto nulls = args.value("--null-values")) settings.nullValues = splitList(*nulls);
   if (const auto types = args.value("--types")) {
-    for (const auto& pair : splitList(*types)) {
+    for (const auto& pair : splitOutsideParentheses(*types)) {
       const size_t equals = pair.rfind('=');
       if (equals == std::string::npos) throw UsageError{"--types: '" + pair + "' is not name=type"};
       settings.types.emplace_back(pair.substr(0, equals),
