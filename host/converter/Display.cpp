@@ -210,6 +210,9 @@ std::string RowText(const vxArray* column, size_t row) {
   }
   if (IsMissing(column, row)) return kMissingText;
   if (host::IsObject(column, host::kString)) return "\"" + StringRow(column, row) + "\"";
+  if (host::IsObject(column, host::kInteger)) {
+    return NumericText(vxGetField(column, 0, host::kValues), row);
+  }
   if (host::IsObject(column, host::kDatetime)) return DatetimeRow(column, row);
   if (host::IsObject(column, host::kDuration)) return DurationRow(column, row);
   if (host::IsObject(column, host::kCategorical)) return CategoricalRow(column, row);
@@ -234,6 +237,9 @@ size_t ColumnRows(const vxArray* column) {
   }
   if (host::IsObject(column, host::kCategorical)) {
     return vxGetNumberOfElements(vxGetField(column, 0, host::kCodes));
+  }
+  if (host::IsObject(column, host::kInteger)) {
+    return vxGetNumberOfElements(vxGetField(column, 0, host::kValues));
   }
   if (host::IsObject(column, host::kTable)) return TableRows(column);
   return vxGetM(column);
@@ -461,6 +467,9 @@ std::string JsonRow(const vxArray* column, size_t row) {
   if (vxGetClassID(column) == vxCELL_CLASS) return JsonElement(vxGetCell(column, row));
   if (vxGetClassID(column) != vxCHAR_CLASS && IsMissing(column, row)) return "null";
   if (host::IsObject(column, host::kString)) return JsonString(StringRow(column, row));
+  if (host::IsObject(column, host::kInteger)) {
+    return NumericText(vxGetField(column, 0, host::kValues), row);
+  }
   if (host::IsObject(column, host::kTable)) {
     const std::vector<std::string> names = NamesOf(column);
     const vxArray* columns = vxGetField(column, 0, host::kColumns);
@@ -547,6 +556,9 @@ std::string CsvValue(const vxArray* column, size_t row) {
   }
   if (IsMissing(column, row)) return std::string();
   if (host::IsObject(column, host::kString)) return CsvField(StringRow(column, row));
+  if (host::IsObject(column, host::kInteger)) {
+    return NumericText(vxGetField(column, 0, host::kValues), row);
+  }
   if (host::IsObject(column, host::kTable)) return CsvField(JsonRow(column, row));
   return CsvField(RowText(column, row));
 }
