@@ -18,8 +18,6 @@
 #include "Cli.hpp"
 #include "Files.hpp"
 #include "host/converter/Converter.hpp"
-#include "host/converter/Display.hpp"
-#include "host/converter/HostValues.hpp"
 #include "host/except/Exception.hpp"
 #include "host/filter/Expression.hpp"
 #include "host/unicode/ustring.hpp"
@@ -30,8 +28,6 @@ namespace vxparquet {
 
 namespace {
 
-namespace display = vantro::io::arrow::core::display;
-namespace hostvalues = vantro::io::arrow::core::host;
 using foundation::filter::Expression;
 using foundation::unicode::ustring_to_utf8;
 using foundation::unicode::utf8_to_ustring;
