@@ -210,6 +210,9 @@ std::string RowText(const vxArray* column, size_t row) {
   }
   if (IsMissing(column, row)) return kMissingText;
   if (host::IsObject(column, host::kString)) return "\"" + StringRow(column, row) + "\"";
+  if (host::IsObject(column, host::kInteger)) {
+    return NumericText(vxGetField(column, 0, host::kValues), row);
+  }
   if (host::IsObject(column, host::kDatetime)) return DatetimeRow(column, row);
   if (host::IsObject(column, host::kDuration)) return DurationRow(column, row);
   if (host::IsObject(column, host::kCategorical)) return CategoricalRow(column, row);
@@ -234,6 +237,9 @@ size_t ColumnRows(const vxArray* column) {
   }
   if (host::IsObject(column, host::kCategorical)) {
     return vxGetNumberOfElements(vxGetField(column, 0, host::kCodes));
+  }
+  if (host::IsObject(column, host::kInteger)) {
+    return vxGetNumberOfElements(vxGetField(column, 0, host::kValues));
   }
   if (host::IsObject(column, host::kTable)) return TableRows(column);
   return vxGetM(column);
@@ -326,31 +332,45 @@ std::vector<size_t> ColumnsThatFit(const std::vector<size_t>& widths, size_t lab
 }
 
 std::string DisplayTable(const vxArray* table, const DisplayOptions& options) {
-  const std::vector<std::string> names = NamesOf(table);
+  TextTable text;
+  text.names = NamesOf(table);
   const vxArray* columns = vxGetField(table, 0, host::kColumns);
-  const size_t rows = TableRows(table);
-  std::vector<size_t> shown;
-  const bool elided = rows > options.headRows + options.tailRows;
-  for (size_t r = 0; r < rows; ++r) {
-    if (!elided || r < options.headRows || r >= rows - options.tailRows) shown.push_back(r);
+  text.rows = TableRows(table);
+  const bool elided = text.rows > options.headRows + options.tailRows;
+  for (size_t r = 0; r < text.rows; ++r) {
+    if (!elided || r < options.headRows || r >= text.rows - options.tailRows) {
+      text.shownRows.push_back(r);
+    }
   }
-  // Grid of texts: header, type line, then the shown rows; columns padded to their widest.
-  std::vector<std::vector<std::string>> grid(names.size());
-  for (size_t c = 0; c < names.size(); ++c) {
+  for (size_t c = 0; c < text.names.size(); ++c) {
     const vxArray* column = vxGetCell(columns, c);
-    grid[c].push_back(Clip(EscapeControl(names[c]), options.cellWidth));
-    grid[c].push_back(HostTypeName(column));
-    for (size_t r : shown)
-      grid[c].push_back(Clip(EscapeControl(RowText(column, r)), options.cellWidth));
+    text.types.push_back(HostTypeName(column));
+    text.alignRight.push_back(IsNumericOrLogical(column));
+    text.cells.emplace_back();
+    for (size_t r : text.shownRows) text.cells.back().push_back(RowText(column, r));
+  }
+  return DisplayGrid(text, options);
+}
+
+}  // namespace
+
+std::string DisplayGrid(const TextTable& table, const DisplayOptions& options) {
+  const std::vector<size_t>& shown = table.shownRows;
+  // Grid of texts: header, type line, then the shown rows; columns padded to their widest.
+  std::vector<std::vector<std::string>> grid(table.names.size());
+  for (size_t c = 0; c < table.names.size(); ++c) {
+    grid[c].push_back(Clip(EscapeControl(table.names[c]), options.cellWidth));
+    grid[c].push_back(c < table.types.size() ? table.types[c] : "");
+    for (size_t i = 0; i < shown.size(); ++i) {
+      grid[c].push_back(Clip(EscapeControl(table.cells[c][i]), options.cellWidth));
+    }
   }
   std::ostringstream out;
-  out << rows << "x" << names.size() << " table\n";
-  if (names.empty()) return out.str();
+  out << table.rows << "x" << table.names.size() << " table\n";
+  if (table.names.empty()) return out.str();
   std::vector<size_t> widths(grid.size(), 0);
-  std::vector<bool> numeric(grid.size(), false);
   for (size_t c = 0; c < grid.size(); ++c) {
     for (const auto& cell : grid[c]) widths[c] = std::max(widths[c], DisplayWidth(cell));
-    numeric[c] = IsNumericOrLogical(vxGetCell(columns, c));
   }
   // Row numbers sit in a column of their own, right-aligned, so that values line up with
   // their variable names.
@@ -366,7 +386,8 @@ std::string DisplayTable(const vxArray* table, const DisplayOptions& options) {
       const std::string& cell = grid[c][line];
       const std::string padding(widths[c] - DisplayWidth(cell), ' ');
       // Numbers align on the right, under a right-aligned name.
-      text += "  " + (numeric[c] ? padding + cell : cell + padding);
+      const bool right = c < table.alignRight.size() && table.alignRight[c];
+      text += "  " + (right ? padding + cell : cell + padding);
     }
     text.erase(text.find_last_not_of(' ') + 1);
     out << text << "\n";
@@ -374,11 +395,15 @@ std::string DisplayTable(const vxArray* table, const DisplayOptions& options) {
   printLine("", 0);
   printLine("", 1);
   for (size_t i = 0; i < shown.size(); ++i) {
-    if (elided && i == options.headRows) out << "   " << std::string(labelWidth, ' ') << "  ...\n";
+    if (i > 0 && shown[i] != shown[i - 1] + 1) {
+      out << "   " << std::string(labelWidth, ' ') << "  ...\n";
+    }
     printLine(std::to_string(shown[i] + 1), i + 2);
   }
   return out.str();
 }
+
+namespace {
 
 // ---- JSON ------------------------------------------------------------------------------
 
@@ -442,6 +467,9 @@ std::string JsonRow(const vxArray* column, size_t row) {
   if (vxGetClassID(column) == vxCELL_CLASS) return JsonElement(vxGetCell(column, row));
   if (vxGetClassID(column) != vxCHAR_CLASS && IsMissing(column, row)) return "null";
   if (host::IsObject(column, host::kString)) return JsonString(StringRow(column, row));
+  if (host::IsObject(column, host::kInteger)) {
+    return NumericText(vxGetField(column, 0, host::kValues), row);
+  }
   if (host::IsObject(column, host::kTable)) {
     const std::vector<std::string> names = NamesOf(column);
     const vxArray* columns = vxGetField(column, 0, host::kColumns);
@@ -528,6 +556,9 @@ std::string CsvValue(const vxArray* column, size_t row) {
   }
   if (IsMissing(column, row)) return std::string();
   if (host::IsObject(column, host::kString)) return CsvField(StringRow(column, row));
+  if (host::IsObject(column, host::kInteger)) {
+    return NumericText(vxGetField(column, 0, host::kValues), row);
+  }
   if (host::IsObject(column, host::kTable)) return CsvField(JsonRow(column, row));
   return CsvField(RowText(column, row));
 }

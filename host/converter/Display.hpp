@@ -22,6 +22,7 @@
 // a cell an array; a structure or object an object of its fields.
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "host/matrix/matrix.h"
 
@@ -38,6 +39,20 @@ struct DisplayOptions {
 };
 
 std::string DisplayValue(const vxArray* value, const DisplayOptions& options = {});
+
+// A table already turned into texts, laid out by DisplayGrid as DisplayValue lays out a host
+// table. Cells are given as they are; DisplayGrid escapes and clips them.
+struct TextTable {
+  size_t rows = 0;  // of the whole table
+  std::vector<std::string> names;
+  std::vector<std::string> types;
+  std::vector<bool> alignRight;
+  // The 0-based numbers of the rows given, ascending; "..." marks a gap.
+  std::vector<size_t> shownRows;
+  // Per column, one text per shown row.
+  std::vector<std::vector<std::string>> cells;
+};
+std::string DisplayGrid(const TextTable& table, const DisplayOptions& options = {});
 std::string ToJson(const vxArray* value);
 
 // Row r of a host table as one JSON object {"<name>": v, ...} (values as in ToJson).

@@ -19,6 +19,8 @@ inline constexpr const char* kString = "string";
 inline constexpr const char* kDatetime = "datetime";
 inline constexpr const char* kDuration = "duration";
 inline constexpr const char* kCategorical = "categorical";
+// 64-bit integers with missing values, which a double cannot always hold.
+inline constexpr const char* kInteger = "integer";
 
 // Field names.
 inline constexpr const char* kNames = "Names";
@@ -33,6 +35,7 @@ inline constexpr const char* kKind = "Kind";
 inline constexpr const char* kCodes = "Codes";
 inline constexpr const char* kCategories = "Categories";
 inline constexpr const char* kOrdered = "Ordered";
+inline constexpr const char* kValues = "Values";
 
 // A created array, or OutOfMemory when the host returned NULL.
 ::arrow::Result<matrix::unique_array> Allocated(vxArray* array);

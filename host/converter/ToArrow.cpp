@@ -95,6 +95,14 @@ Result<int64_t> ColumnHeight(const vxArray* column, const std::string& where) {
     if (ticks == nullptr) return status;
     return static_cast<int64_t>(vxGetNumberOfElements(ticks));
   }
+  if (host::IsObject(column, host::kInteger)) {
+    const vxArray* values = vxGetField(column, 0, host::kValues);
+    if (values == nullptr ||
+        (vxGetClassID(values) != vxINT64_CLASS && vxGetClassID(values) != vxUINT64_CLASS)) {
+      return Status::Invalid(where, ": the integer object has no int64 or uint64 Values field");
+    }
+    return static_cast<int64_t>(vxGetNumberOfElements(values));
+  }
   if (host::IsObject(column, host::kCategorical)) {
     const vxArray* codes = vxGetField(column, 0, host::kCodes);
     if (codes == nullptr || !IsNumericClass(vxGetClassID(codes)) ||
@@ -426,6 +434,21 @@ Result<ArrayPtr> TemporalToArrow(const vxArray* object, const std::string& where
       ::arrow::ArrayData::Make(type, rows, {validity, std::move(values)}, nullCount));
 }
 
+// ---- 64-bit integers with missing values ----------------------------------------------
+
+Result<ArrayPtr> IntegerObjectToArrow(const vxArray* object, const std::string& where,
+                                      Values mode) {
+  ARROW_ASSIGN_OR_RAISE(const int64_t rows, ColumnHeight(object, where));
+  const vxArray* values = vxGetField(object, 0, host::kValues);
+  ARROW_ASSIGN_OR_RAISE(const vxLogical* missing, MissingOf(object, rows, where));
+  ARROW_ASSIGN_OR_RAISE(auto buffer,
+                        ValuesBuffer(vxGetData(values), rows * vxGetElementSize(values), mode));
+  int64_t nullCount = 0;
+  ARROW_ASSIGN_OR_RAISE(auto validity, BitmapFromMask(missing, rows, &nullCount));
+  return ::arrow::MakeArray(::arrow::ArrayData::Make(ArrowTypeOfClass(vxGetClassID(values)), rows,
+                                                     {validity, std::move(buffer)}, nullCount));
+}
+
 // ---- categorical -----------------------------------------------------------------------
 
 Result<ArrayPtr> CategoricalToArrow(const vxArray* object, const std::string& where, Values mode) {
@@ -718,6 +741,7 @@ Result<ArrayPtr> ToArrowColumn(const vxArray* column, const std::string& where, 
   if (id == vxCELL_CLASS) return CellToArrow(column, where);
   if (host::IsObject(column, host::kString)) return StringObjectToArrow(column, where);
   if (host::IsObject(column, host::kCategorical)) return CategoricalToArrow(column, where, values);
+  if (host::IsObject(column, host::kInteger)) return IntegerObjectToArrow(column, where, values);
   if (host::IsObject(column, host::kTable)) return NestedTableToArrow(column, where, values);
   return TemporalToArrow(column, where, values);  // ColumnHeight admitted nothing else
 }

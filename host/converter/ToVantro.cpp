@@ -6,6 +6,7 @@
 // copied at all: its values buffer becomes the host array's memory.
 #include <atomic>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <mutex>
@@ -112,30 +113,32 @@ Result<unique_array> NumbersToDoubleWithNaN(const ArrayVector& chunks, int64_t l
   return column;
 }
 
-// Integers with nulls become double, which holds 64-bit integers exactly only up to 2^53: such a
-// column with a larger value is refused rather than rounded. `what` names the position
-// ("row" at the top level, "element" inside lists).
+// 64-bit integers with nulls keep their class, with a Missing mask beside them: a double, which
+// narrower integers with nulls become, holds them exactly only up to 2^53. The choice follows
+// the type alone, so a column reads the same whatever its values.
 template <typename CType>
-Status CheckExactInDouble(const ArrayVector& chunks, const char* what) {
-  if constexpr (std::is_integral_v<CType> && sizeof(CType) == 8) {
-    constexpr CType kLimit = CType{1} << 53;
-    int64_t position = 0;
-    for (const auto& chunk : chunks) {
-      const CType* values = chunk->data()->GetValues<CType>(1);
-      for (int64_t i = 0; i < chunk->length(); ++i, ++position) {
-        const CType value = values[i];
-        const bool exact =
-            std::is_signed_v<CType> ? (value >= -kLimit && value <= kLimit) : value <= kLimit;
-        if (!exact && !IsNull(*chunk, i)) {
-          return Status::Invalid(chunk->type()->ToString(), " value ", std::to_string(value),
-                                 " in ", what, " ", position + 1,
-                                 " cannot be held exactly by a double, which integers become "
-                                 "where values are missing");
-        }
+Result<unique_array> IntegersWithMissing(const ArrayVector& chunks, int64_t length,
+                                         vxClassID classID) {
+  ARROW_ASSIGN_OR_RAISE(auto values, NewColumn(length, classID));
+  ARROW_ASSIGN_OR_RAISE(auto missing, host::Allocated(vxCreateLogicalMatrix(length, 1)));
+  auto* out = static_cast<CType*>(vxGetData(values.get()));
+  vxLogical* mask = vxGetLogicals(missing.get());
+  for (const auto& chunk : chunks) {
+    if (chunk->length() == 0) continue;  // an empty chunk may have no values buffer
+    std::memcpy(out, chunk->data()->GetValues<CType>(1), chunk->length() * sizeof(CType));
+    for (int64_t i = 0; i < chunk->length(); ++i) {
+      if (IsNull(*chunk, i)) {
+        out[i] = 0;  // whatever the file left under a null
+        mask[i] = true;
       }
     }
+    out += chunk->length();
+    mask += chunk->length();
   }
-  return Status::OK();
+  std::vector<host::Field> fields;
+  fields.emplace_back(host::kValues, std::move(values));
+  fields.emplace_back(host::kMissing, std::move(missing));
+  return host::MakeObject(host::kInteger, std::move(fields));
 }
 
 // The values buffer of a lone chunk without nulls when it may become host memory as it is:
@@ -178,8 +181,11 @@ Result<unique_array> ConvertFixedWidth(const ArrayVector& chunks, int64_t length
     return AdoptValues(std::move(buffer), *chunks[0], sizeof(CType), classID);
   }
   if (!kFloating && HasNulls(chunks)) {
-    ARROW_RETURN_NOT_OK(CheckExactInDouble<CType>(chunks, "row"));
-    return NumbersToDoubleWithNaN<CType>(chunks, length);
+    if constexpr (std::is_integral_v<CType> && sizeof(CType) == 8) {
+      return IntegersWithMissing<CType>(chunks, length, classID);
+    } else {
+      return NumbersToDoubleWithNaN<CType>(chunks, length);
+    }
   }
   ARROW_ASSIGN_OR_RAISE(auto column, NewColumn(length, classID));
   auto* out = static_cast<CType*>(vxGetData(column.get()));
@@ -226,11 +232,37 @@ Result<unique_array> ConvertHalfFloat(const ArrayVector& chunks, int64_t length)
   return column;
 }
 
+// The double nearest a decimal. An unscaled integer of at most 2^53 and a power of ten up to
+// 1e22 are both exact doubles, and one IEEE division or multiplication rounds correctly; any
+// other value goes through its exact text, which strtod rounds correctly. (Arrow's own
+// ToDouble divides in several inexact steps and misses the nearest double for many values.)
+template <typename DecimalValue>
+double NearestDouble(const DecimalValue& value, int32_t scale) {
+  static constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                            1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                            1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+  if constexpr (std::is_same_v<DecimalValue, ::arrow::Decimal128>) {
+    constexpr int64_t kExact = int64_t{1} << 53;
+    const int64_t high = value.high_bits();
+    const auto low = static_cast<int64_t>(value.low_bits());
+    const bool small =
+        (high == 0 && low >= 0 && low <= kExact) || (high == -1 && low < 0 && low >= -kExact);
+    if (small && scale >= 0 && scale <= 22) {
+      return static_cast<double>(low) / kPowersOfTen[scale];
+    }
+    if (small && scale < 0 && scale >= -22) {
+      return static_cast<double>(low) * kPowersOfTen[-scale];
+    }
+  }
+  const std::string text = value.ToString(scale);
+  return std::strtod(text.c_str(), nullptr);
+}
+
 template <typename DecimalArrayType, typename DecimalValue>
 Result<unique_array> ConvertDecimal(const ArrayVector& chunks, int64_t length, int32_t scale) {
   return ToDoubleWithNaN(chunks, length, [scale](const Array& chunk, int64_t i) {
     const auto& decimals = static_cast<const DecimalArrayType&>(chunk);
-    return DecimalValue(decimals.GetValue(i)).ToDouble(scale);
+    return NearestDouble(DecimalValue(decimals.GetValue(i)), scale);
   });
 }
 
@@ -612,16 +644,17 @@ bool IsIntegerOrBoolean(const DataType& type) {
   return type.id() == Type::BOOL || ::arrow::is_integer(type.id());
 }
 
+bool IsWideInteger(const DataType& type) {
+  return type.id() == Type::INT64 || type.id() == Type::UINT64;
+}
+
 // Integer and logical values with nulls become double, so the rows of one list column could
 // get different classes depending on where the nulls fall. Deciding once for the whole values
 // array keeps every element of the cell (and each field of list-of-struct elements) one class.
 Result<std::shared_ptr<Array>> PromoteNullableIntegers(const std::shared_ptr<Array>& values) {
+  // 64-bit integers with nulls stay as they are: every element becomes an integer object.
+  if (IsWideInteger(*values->type())) return values;
   if (IsIntegerOrBoolean(*values->type()) && values->null_count() > 0) {
-    if (values->type_id() == Type::INT64) {
-      ARROW_RETURN_NOT_OK(CheckExactInDouble<int64_t>({values}, "element"));
-    } else if (values->type_id() == Type::UINT64) {
-      ARROW_RETURN_NOT_OK(CheckExactInDouble<uint64_t>({values}, "element"));
-    }
     // Nulls may hide values a safe cast would refuse; they become NaN whatever they hold.
     ARROW_ASSIGN_OR_RAISE(
         auto cast,
@@ -654,9 +687,20 @@ Result<std::shared_ptr<Array>> PromoteNullableIntegers(const std::shared_ptr<Arr
 class ElementRanges {
  public:
   explicit ElementRanges(std::shared_ptr<Array> values)
-      : mValues(std::move(values)), mDirect(IsDirect(*mValues)) {}
+      : mValues(std::move(values)),
+        mDirect(IsDirect(*mValues)),
+        mWideWithNulls(IsWideInteger(*mValues->type()) && mValues->null_count() > 0) {}
 
   Result<unique_array> Convert(int64_t start, int64_t size) const {
+    if (mWideWithNulls) {
+      // Every element an integer object, with or without nulls of its own, so that the cells
+      // of one column are all of one kind.
+      const ArrayVector slice = {mValues->Slice(start, size)};
+      if (mValues->type_id() == Type::INT64) {
+        return IntegersWithMissing<int64_t>(slice, size, vxINT64_CLASS);
+      }
+      return IntegersWithMissing<uint64_t>(slice, size, vxUINT64_CLASS);
+    }
     if (!mDirect) {
       const auto slice = mValues->Slice(start, size);
       return ConvertColumn({slice}, *mValues->type(), size);
@@ -722,6 +766,7 @@ class ElementRanges {
 
   std::shared_ptr<Array> mValues;
   bool mDirect;
+  bool mWideWithNulls;
 };
 
 // Cells of more than this many rows are split between the host's threads.

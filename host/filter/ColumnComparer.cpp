@@ -218,6 +218,16 @@ ColumnComparer::ColumnComparer(const vxArray* column, const std::vector<Constant
       mCategoryOrder.push_back(std::move(orders));
       mCategoryTexts.push_back(names.valueText(c));
     }
+  } else if (hostvalues::IsObject(column, hostvalues::kInteger)) {
+    // 64-bit integers with missing values: compared as the integers they are.
+    const vxArray* values = vxGetField(column, 0, hostvalues::kValues);
+    if (values == nullptr || !isNumericClass(vxGetClassID(values))) {
+      throwInvalidTable("variable '" + variable + "' is a malformed integer object");
+    }
+    mKind = ValueKind::kNumber;
+    mClass = vxGetClassID(values);
+    mRows = vxGetM(values);
+    mData = vxGetData(values);
   } else if (hostvalues::IsObject(column, hostvalues::kDatetime)) {
     mKind = ValueKind::kDatetime;
     const vxArray* ticks = vxGetField(column, 0, hostvalues::kTicks);

@@ -26,6 +26,7 @@ bool isPlainArray(vxClassID id) {
 // Fields of an object that hold one element per row; the others describe the whole column.
 bool isRowField(const char* name) {
   return std::strcmp(name, hostvalues::kTicks) == 0 || std::strcmp(name, hostvalues::kCodes) == 0 ||
+         std::strcmp(name, hostvalues::kValues) == 0 ||
          std::strcmp(name, hostvalues::kMissing) == 0;
 }
 
@@ -137,7 +138,8 @@ matrix::unique_array takeTableRows(const vxArray* table, const std::vector<size_
 bool isColumnObject(const vxArray* value) {
   return hostvalues::IsObject(value, hostvalues::kDatetime) ||
          hostvalues::IsObject(value, hostvalues::kDuration) ||
-         hostvalues::IsObject(value, hostvalues::kCategorical);
+         hostvalues::IsObject(value, hostvalues::kCategorical) ||
+         hostvalues::IsObject(value, hostvalues::kInteger);
 }
 
 }  // namespace
@@ -158,7 +160,8 @@ size_t rowCount(const vxArray* value) {
   if (isColumnObject(value)) {
     const char* rowField = hostvalues::IsObject(value, hostvalues::kCategorical)
                                ? hostvalues::kCodes
-                               : hostvalues::kTicks;
+                           : hostvalues::IsObject(value, hostvalues::kInteger) ? hostvalues::kValues
+                                                                               : hostvalues::kTicks;
     const vxArray* rows = vxGetField(value, 0, rowField);
     return rows == nullptr ? 0 : vxGetM(rows);
   }

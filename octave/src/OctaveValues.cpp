@@ -23,7 +23,8 @@ namespace host = vantro::io::arrow::core::host;
 using vantro::io::arrow::core::ParallelRanges;
 
 constexpr const char* kTypeField = "Type";
-constexpr const char* kObjectClasses[] = {host::kDatetime, host::kDuration, host::kCategorical};
+constexpr const char* kObjectClasses[] = {host::kDatetime, host::kDuration, host::kCategorical,
+                                          host::kInteger};
 // datenum of 1970-01-01.
 constexpr double kUnixEpochDatenum = 719529.0;
 
@@ -360,15 +361,15 @@ size_t unitsOf(const uint8_t* bytes, size_t count, char16_t* out) {
   return units;
 }
 
-// A "string" object of a cell made of char rows and [] with at least one text, read in place
-// from Octave's own arrays; NULL for any other cell.
+// A "string" object of a cell made of char rows and [], read in place from Octave's own
+// arrays; NULL for any other cell. A cell without any text (no rows, or only []) is text too:
+// a column filtered to nothing, or missing everywhere, keeps the type it has elsewhere.
 matrix::unique_array textCellToHost(const mxArray* value) {
   const size_t rows = mxGetNumberOfElements(value);
   std::vector<const char*> texts(rows);
   std::vector<uint64_t> lengths(rows);
   std::vector<uint8_t> absent(rows);
-  if (!vxoct_cell_texts(value, rows, texts.data(), lengths.data(), absent.data()) ||
-      std::count(absent.begin(), absent.end(), 1) == static_cast<std::ptrdiff_t>(rows)) {
+  if (!vxoct_cell_texts(value, rows, texts.data(), lengths.data(), absent.data())) {
     return nullptr;
   }
   const auto bytesOf = [&](size_t r) { return reinterpret_cast<const uint8_t*>(texts[r]); };

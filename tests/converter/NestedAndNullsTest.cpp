@@ -194,7 +194,7 @@ TEST(NestedColumns, LongColumnsConvertAlikeOnOneAndOnSeveralThreads) {
 TEST(NullRuns, LandOnTheirRowsAtAnyBitOffset) {
   const auto isNull = [](int64_t i) { return i % 7 == 0 || (i >= 60 && i < 140) || i == 199; };
   arrow::DoubleBuilder doubles;
-  arrow::Int64Builder ints;
+  arrow::Int32Builder ints;
   arrow::StringBuilder strings;
   arrow::TimestampBuilder stamps(arrow::timestamp(arrow::TimeUnit::MILLI),
                                  arrow::default_memory_pool());
@@ -203,14 +203,14 @@ TEST(NullRuns, LandOnTheirRowsAtAnyBitOffset) {
       ASSERT_TRUE(doubles.AppendNull().ok() && ints.AppendNull().ok() &&
                   strings.AppendNull().ok() && stamps.AppendNull().ok());
     } else {
-      ASSERT_TRUE(doubles.Append(i + 0.5).ok() && ints.Append(i).ok() && strings.Append("x").ok() &&
-                  stamps.Append(i * 1000).ok());
+      ASSERT_TRUE(doubles.Append(i + 0.5).ok() && ints.Append(static_cast<int32_t>(i)).ok() &&
+                  strings.Append("x").ok() && stamps.Append(i * 1000).ok());
     }
   }
   const arrow::ArrayVector whole = {doubles.Finish().ValueOrDie(), ints.Finish().ValueOrDie(),
                                     strings.Finish().ValueOrDie(), stamps.Finish().ValueOrDie()};
   const auto schema =
-      arrow::schema({arrow::field("d", arrow::float64()), arrow::field("i", arrow::int64()),
+      arrow::schema({arrow::field("d", arrow::float64()), arrow::field("i", arrow::int32()),
                      arrow::field("s", arrow::utf8()),
                      arrow::field("t", arrow::timestamp(arrow::TimeUnit::MILLI))});
   for (const int64_t offset : {0, 3, 64, 65}) {

@@ -28,6 +28,7 @@ size_t columnRows(const vxArray_tag* column) {
   if (kind == "table") return tableRows(column);
   if (kind == "string") return vxGetM(vxGetField(column, 0, "Offsets")) - 1;
   if (kind == "categorical") return vxGetM(vxGetField(column, 0, "Codes"));
+  if (kind == "integer") return vxGetM(vxGetField(column, 0, "Values"));
   return vxGetM(vxGetField(column, 0, "Ticks"));  // datetime, duration
 }
 

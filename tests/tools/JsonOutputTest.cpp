@@ -67,10 +67,10 @@ TEST(JsonOutput, SpecialNestedAndBinaryValuesKeepTheirKind) {
   EXPECT_EQ(result.out,
             "{\"d\":\"Infinity\",\"l\":[[1.5],null,[]],\"one\":[7],\"b\":{\"base64\":\"QUI=\"}}\n"
             "{\"d\":\"-Infinity\",\"l\":null,\"one\":[],\"b\":{\"base64\":\"\"}}\n"
-            "{\"d\":null,\"l\":[[2,3]],\"one\":null,\"b\":null}\n");
+            "{\"d\":\"NaN\",\"l\":[[2,3]],\"one\":null,\"b\":null}\n");
   // The single document says the same.
   const auto json = vxtest::runVxparquet("read " + path + " --json");
-  EXPECT_THAT(json.out, HasSubstr("\"d\":[\"Infinity\",\"-Infinity\",null]"));
+  EXPECT_THAT(json.out, HasSubstr("\"d\":[\"Infinity\",\"-Infinity\",\"NaN\"]"));
   EXPECT_THAT(json.out, HasSubstr("\"one\":[[7],[],null]"));
 }
 

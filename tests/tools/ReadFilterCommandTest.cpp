@@ -161,8 +161,10 @@ TEST_F(ReadFilterCommand, LimitOffsetAndHead) {
   EXPECT_EQ(result.exitCode, 1);  // '%' is no operator
   result = run("--vars k --where 'k >= 550' --offset 2 --limit 2 --format jsonl");
   EXPECT_EQ(result.out, "{\"k\":552}\n{\"k\":553}\n");
+  // An empty result still has its header.
   result = run("--vars k --limit 0 --format csv");
-  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.out, "k\n");
   result = vxtest::runVxparquet("head " + mPath + " -n 2 --format csv");
   EXPECT_EQ(result.out, "k,v,s\n0,0,s0\n1,919,s1\n");
   result = vxtest::runVxparquet("head " + mPath + " --rows=12 --vars k --json");

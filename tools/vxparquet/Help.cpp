@@ -35,6 +35,9 @@ std::string commandHelp(const std::string& command) {
        "  --each              one table per row group\n"
        "  --format F          table (default), json, jsonl (one object per row) or csv\n"
        "  --json              the same as --format json\n"
+       "  --delimiter C       csv: field separator (default ',', or 'tab')\n"
+       "  --missing TEXT      csv: text of a missing value (default empty; an empty text is \"\")\n"
+       "  --no-header         csv: no header line\n"
        "  --with-file         add a variable 'file' naming each row's source file\n"
        "  --recursive         look for *.parquet files in subfolders of FOLDER too\n"
        "example: vxparquet read data.parquet --where \"day >= 2024-01-01\" --format jsonl\n"},
@@ -44,6 +47,7 @@ std::string commandHelp(const std::string& command) {
        "  --vars a,b          only these variables\n"
        "  --where EXPR        the first rows where EXPR holds\n"
        "  --format F          table (default), json, jsonl or csv\n"
+       "  --delimiter C, --missing TEXT, --no-header   csv options, as for read\n"
        "example: vxparquet head data.parquet -n 5 --format csv\n"},
       {"stats",
        "usage: vxparquet stats FILE|FOLDER|GLOB... [options]\n"
@@ -72,8 +76,9 @@ std::string commandHelp(const std::string& command) {
        "  --null-values a,b               CSV texts that mean a missing value\n"
        "  --types a=int64,b=string        CSV column types instead of inferred ones: "
        "int8..uint64,\n"
-       "                                  single, double, logical, string, date, timestamp,\n"
-       "                                  timestamptz (UTC)\n"
+       "                                  single, double, logical, string, binary, date,\n"
+       "                                  timestamp, timestamp[s|ms|us|ns], timestamptz (UTC),\n"
+       "                                  decimal(P,S)\n"
        "  --compression NAME              {codecs}\n"
        "  --compression-per-variable a=zstd,b=snappy\n"
        "  --encoding dictionary|plain     (or --encoding-per-variable a=plain,...)\n"

@@ -7,25 +7,28 @@
 #include <string>
 #include <vector>
 
+#include <arrow/array/builder_primitive.h>
+#include <arrow/array/util.h>
+#include <arrow/compute/api.h>
+#include <arrow/scalar.h>
 #include <arrow/table.h>
 
+#include "ArrowFormat.hpp"
+#include "ArrowTableView.hpp"
 #include "Cli.hpp"
 #include "Files.hpp"
 #include "Split.hpp"
 #include "host/converter/Converter.hpp"
-#include "host/converter/Display.hpp"
-#include "host/converter/HostValues.hpp"
 #include "host/except/Exception.hpp"
 #include "host/filter/Expression.hpp"
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
 namespace vxparquet {
 
 namespace {
 
-namespace display = vantro::io::arrow::core::display;
-namespace hostvalues = vantro::io::arrow::core::host;
 using foundation::filter::Expression;
 using foundation::unicode::ustring_to_utf8;
 using foundation::unicode::utf8_to_ustring;
@@ -48,6 +51,7 @@ struct ReadRequest {
   bool withFile = false;
   // The row groups of each file that one task of a plan reads (--split, --task).
   std::optional<FileRowGroups> taskRowGroups;
+  format::CsvOptions csv;
 };
 
 Format parseFormat(const Arguments& args) {
@@ -78,6 +82,26 @@ void takeTaskSelection(const vantro::io::parquet::core::plan::Task& task, ReadRe
 
 void parseCommon(const Arguments& args, ReadRequest& request) {
   request.format = parseFormat(args);
+  const bool csvOptions =
+      args.value("--delimiter") || args.value("--missing") || args.flag("--no-header");
+  if (csvOptions && request.format != Format::kCsv) {
+    throw UsageError{"--delimiter, --missing and --no-header need --format csv"};
+  }
+  if (const auto delimiter = args.value("--delimiter")) {
+    const std::string text = *delimiter == "\\t" || *delimiter == "tab" ? "\t" : *delimiter;
+    if (text.size() != 1 || text == "\"" || text == "\n" || text == "\r") {
+      throw UsageError{"--delimiter takes one character other than a quote or line end (or 'tab')"};
+    }
+    request.csv.delimiter = text[0];
+  }
+  if (const auto missing = args.value("--missing")) {
+    if (missing->find_first_of("\"\r\n") != std::string::npos ||
+        missing->find(request.csv.delimiter) != std::string::npos) {
+      throw UsageError{"--missing cannot hold quotes, line ends or the delimiter"};
+    }
+    request.csv.missing = *missing;
+  }
+  request.csv.header = !args.flag("--no-header");
   if (auto vars = args.value("--vars")) request.variables = splitNames(*vars, "--vars");
   request.where = args.value("--where");
   if (auto taskFile = args.value("--task")) {
@@ -102,8 +126,9 @@ void parseCommon(const Arguments& args, ReadRequest& request) {
 ReadRequest parseRead(const std::vector<std::string>& words) {
   const Arguments args(words,
                        {"--vars", "--row-groups", "--byte-range", "--where", "--limit", "--offset",
-                        "--format", "--split", "--task", "--root"},
-                       {"--each", "--json", "--explain", "--recursive", "--with-file"});
+                        "--format", "--delimiter", "--missing", "--split", "--task", "--root"},
+                       {"--each", "--json", "--explain", "--recursive", "--with-file",
+                        "--no-header"});
   if (args.positional().empty() && !args.value("--task")) {
     throw UsageError{"read needs at least one FILE"};
   }
@@ -143,60 +168,18 @@ ReadRequest parseRead(const std::vector<std::string>& words) {
   return request;
 }
 
-// The host table's first `count` columns, taken over without copying.
-matrix::unique_array firstColumns(matrix::unique_array table, size_t count) {
-  vxArray* columns = vxGetField(table.get(), 0, hostvalues::kColumns);
-  vxArray* names = vxGetField(table.get(), 0, hostvalues::kNames);
-  const size_t total = vxGetNumberOfElements(columns);
-  if (count >= total) return table;
-  std::vector<std::string> kept;
-  std::vector<matrix::unique_array> moved;
-  for (size_t c = 0; c < count; ++c) {
-    kept.push_back(hostvalues::TextOf(vxGetCell(names, c)));
-    moved.emplace_back(vxGetCell(columns, c));
-    vxSetCell(columns, c, nullptr);  // ownership moves to `moved`
-  }
-  auto result = hostvalues::MakeTable(kept, std::move(moved));
-  if (!result.ok()) failWith("OutOfMemory", result.status().ToString());
-  return std::move(result).ValueUnsafe();
-}
-
 // The table with one more variable, "file", naming the source file on every row.
-matrix::unique_array withFileColumn(matrix::unique_array table, const std::string& file) {
-  const size_t rows = display::RowCount(table.get());
-  vxArray* columns = vxGetField(table.get(), 0, hostvalues::kColumns);
-  vxArray* names = vxGetField(table.get(), 0, hostvalues::kNames);
-  std::vector<std::string> allNames;
-  std::vector<matrix::unique_array> moved;
-  for (size_t c = 0; c < vxGetNumberOfElements(columns); ++c) {
-    allNames.push_back(hostvalues::TextOf(vxGetCell(names, c)));
-    if (allNames.back() == "file") {
-      failWith("FileVariableExists", "'" + file + "' has a variable 'file' already.");
-    }
-    moved.emplace_back(vxGetCell(columns, c));
-    vxSetCell(columns, c, nullptr);  // ownership moves to `moved`
+std::shared_ptr<::arrow::Table> withFileColumn(const std::shared_ptr<::arrow::Table>& table,
+                                               const std::string& file) {
+  if (table->schema()->GetFieldIndex("file") >= 0) {
+    failWith("FileVariableExists", "'" + file + "' has a variable 'file' already.");
   }
-  const std::u16string units = utf8_to_ustring(file);
-  matrix::unique_array data(vxCreateUninitCharArray(1, units.size() * rows));
-  matrix::unique_array offsets(vxCreateUninitNumericMatrix(rows + 1, 1, vxUINT64_CLASS, vxREAL));
-  matrix::unique_array missing(vxCreateLogicalMatrix(rows, 1));
-  if (!data || !offsets || !missing) failWith("OutOfMemory", "No memory for the file names.");
-  auto* offset = static_cast<uint64_t*>(vxGetData(offsets.get()));
-  for (size_t r = 0; r <= rows; ++r) offset[r] = r * units.size();
-  for (size_t r = 0; r < rows; ++r) {
-    std::copy(units.begin(), units.end(), vxGetChars(data.get()) + r * units.size());
-  }
-  std::vector<hostvalues::Field> fields;
-  fields.emplace_back(hostvalues::kData, std::move(data));
-  fields.emplace_back(hostvalues::kOffsets, std::move(offsets));
-  fields.emplace_back(hostvalues::kMissing, std::move(missing));
-  auto column = hostvalues::MakeObject(hostvalues::kString, std::move(fields));
-  if (!column.ok()) failWith("OutOfMemory", column.status().ToString());
-  allNames.push_back("file");
-  moved.push_back(std::move(column).ValueUnsafe());
-  auto result = hostvalues::MakeTable(allNames, std::move(moved));
+  auto names = ::arrow::MakeArrayFromScalar(::arrow::StringScalar(file), table->num_rows());
+  if (!names.ok()) failWith("OutOfMemory", names.status().ToString());
+  auto result = table->AddColumn(table->num_columns(), ::arrow::field("file", ::arrow::utf8()),
+                                 std::make_shared<::arrow::ChunkedArray>(*names));
   if (!result.ok()) failWith("OutOfMemory", result.status().ToString());
-  return std::move(result).ValueUnsafe();
+  return *result;
 }
 
 std::string numberList(const std::vector<double>& numbers) {
@@ -210,63 +193,94 @@ std::string numberList(const std::vector<double>& numbers) {
   return text;
 }
 
-// Concatenates host tables of one schema (several files, several pieces of one file).
-matrix::unique_array concatenate(std::vector<matrix::unique_array> tables) {
-  if (tables.size() == 1) return std::move(tables[0]);
-  std::vector<std::shared_ptr<::arrow::Table>> pieces;
-  for (const auto& table : tables) {
-    auto piece = vantro::io::arrow::core::to_arrow_table(table.get());
-    if (!piece.ok())
-      failWith("CannotCombine", "Unable to combine the files' rows: " + piece.status().ToString());
-    pieces.push_back(*piece);
-  }
-  auto joined = ::arrow::ConcatenateTables(pieces);
-  if (!joined.ok())
-    failWith("CannotCombine", "Unable to combine the files' rows: " + joined.status().ToString());
-  auto host = vantro::io::arrow::core::to_vantro(*joined);
-  if (!host.ok())
-    failWith("CannotCombine", "Unable to combine the files' rows: " + host.status().ToString());
-  return std::move(host).ValueUnsafe();
-}
-
-// Where the rows go: printed as they come for jsonl and csv, gathered for table and json.
-class Sink {
+// Where the rows go, in order: printed as they come for jsonl and csv, kept for the JSON
+// document, and only the first and last few kept for the table view.
+class Output {
  public:
-  explicit Sink(Format format) : mFormat(format) {}
+  explicit Output(const ReadRequest& request) : mRequest(request) {}
 
-  void add(matrix::unique_array table) {
-    const size_t rows = display::RowCount(table.get());
-    if (mFormat == Format::kJsonLines) {
-      for (size_t r = 0; r < rows; ++r) {
-        const std::string line = display::JsonRowObject(table.get(), r);
-        std::printf("%s\n", line.c_str());
-        mBytes += line.size() + 1;
+  // The shape of the result, known before any row: an empty result prints it alone.
+  void start(const std::shared_ptr<::arrow::Schema>& schema, std::vector<std::string> types) {
+    mSchema = schema;
+    mTypes = std::move(types);
+    if (mRequest.format == Format::kCsv && mRequest.csv.header) {
+      print(format::CsvHeader(*schema, mRequest.csv));
+    }
+  }
+  bool started() const { return mSchema != nullptr; }
+  const std::vector<std::string>& types() const { return mTypes; }
+
+  void add(const std::shared_ptr<::arrow::Table>& rows) {
+    switch (mRequest.format) {
+      case Format::kJsonLines:
+      case Format::kCsv: {
+        const auto lines = mRequest.format == Format::kCsv ? format::LineFormat::kCsv
+                                                           : format::LineFormat::kJsonLines;
+        auto written = format::WriteLines(*rows, lines, mRequest.csv, stdout);
+        if (!written.ok()) failWith("CannotWrite", written.status().message());
+        mBytes += *written;
+        std::fflush(stdout);
+        break;
       }
-      std::fflush(stdout);
-    } else if (mFormat == Format::kCsv) {
-      if (!mHeaderDone) std::printf("%s\n", display::CsvHeader(table.get()).c_str());
-      mHeaderDone = true;
-      for (size_t r = 0; r < rows; ++r) {
-        const std::string line = display::CsvRow(table.get(), r);
-        std::printf("%s\n", line.c_str());
-        mBytes += line.size() + 1;
+      case Format::kJson:
+        mTables.push_back(rows);
+        break;
+      case Format::kTable:
+        mView.add(rows);
+        break;
+    }
+  }
+  // Rows of the table view that are counted but never shown, so never read.
+  void skip(uint64_t rows) { mView.skip(rows); }
+  // Rows kept so far of the table view, for the reader to stop early.
+  const TableView& view() const { return mView; }
+
+  void finish(const std::vector<double>& rangeRowGroups) {
+    if (mRequest.format == Format::kJson) {
+      const std::string document = jsonDocument();
+      if (mRequest.byteRange) {
+        std::printf("{\"rowGroups\": [%s], \"table\": %s}\n", numberList(rangeRowGroups).c_str(),
+                    document.c_str());
+      } else {
+        std::printf("%s\n", document.c_str());
       }
-      std::fflush(stdout);
-    } else {
-      mTables.push_back(std::move(table));
+    } else if (mRequest.format == Format::kTable) {
+      if (mRequest.byteRange) {
+        const std::string listed = numberList(rangeRowGroups);
+        std::printf("Row groups in range: %s\n", listed.empty() ? "none" : listed.c_str());
+      }
+      print(mView.render(*mSchema, mTypes, terminalWidth()) + "\n");
     }
   }
 
-  bool streams() const { return mFormat == Format::kJsonLines || mFormat == Format::kCsv; }
+  bool streams() const {
+    return mRequest.format == Format::kJsonLines || mRequest.format == Format::kCsv;
+  }
   // Bytes printed so far (streaming formats).
   uint64_t bytes() const { return mBytes; }
-  std::vector<matrix::unique_array> take() { return std::move(mTables); }
 
  private:
-  Format mFormat;
-  bool mHeaderDone = false;
+  std::string jsonDocument() const {
+    auto table =
+        mTables.empty() ? ::arrow::Table::MakeEmpty(mSchema) : ::arrow::ConcatenateTables(mTables);
+    if (!table.ok()) {
+      failWith("CannotCombine", "Unable to combine the files' rows: " + table.status().ToString());
+    }
+    auto document = format::JsonDocument(**table, mTypes);
+    if (!document.ok()) failWith("CannotFormat", document.status().ToString());
+    return std::move(document).ValueUnsafe();
+  }
+  void print(const std::string& text) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    mBytes += text.size();
+  }
+
+  const ReadRequest& mRequest;
+  std::shared_ptr<::arrow::Schema> mSchema;
+  std::vector<std::string> mTypes;
+  std::vector<std::shared_ptr<::arrow::Table>> mTables;
+  TableView mView;
   uint64_t mBytes = 0;
-  std::vector<matrix::unique_array> mTables;
 };
 
 // One file's part of a request: the reader (the file is opened once), the row groups to visit
@@ -298,27 +312,40 @@ class FileRead {
   // The row groups asked for (a list, a byte range's, or all), before statistics skip any.
   const std::vector<double>& listedRowGroups() const { return mListed; }
 
+  // The rows of a row group; nullopt for a number the file does not have (reading it then
+  // fails with the library's error).
+  std::optional<uint64_t> height(double rowGroup) const {
+    if (!(rowGroup >= 1 && rowGroup <= static_cast<double>(mHeights.size()))) return std::nullopt;
+    return mHeights[static_cast<size_t>(rowGroup) - 1];
+  }
+  bool filters() const { return mFilter.has_value(); }
+  // The host types of the printed variables, in order.
+  std::vector<std::string> shownTypes() const {
+    std::vector<std::string> types;
+    for (const auto& name : mShown) {
+      types.push_back(mTypes[std::find(mNames.begin(), mNames.end(), name) - mNames.begin()]);
+    }
+    if (mRequest.withFile) types.push_back("string");
+    return types;
+  }
+
+  // The printed variables without rows.
+  std::shared_ptr<::arrow::Table> emptyTable() { return finish(mReader.readArrowRowGroups({})); }
   // One row group, filtered, with only the variables asked for.
-  matrix::unique_array readRowGroup(double rowGroup) {
-    return finish(mReader.readRowGroups({rowGroup}));
+  std::shared_ptr<::arrow::Table> readRowGroup(double rowGroup) {
+    return finish(mReader.readArrowRowGroups({rowGroup}));
   }
-  // Several row groups as one table (none: a table without rows).
-  matrix::unique_array readRowGroups(const std::vector<double>& rowGroups) {
-    return finish(mReader.readRowGroups(rowGroups));
-  }
-  // The rows of the given row groups that the filter keeps, without reading the variables
-  // that are only shown.
-  size_t countMatches(double rowGroup) {
-    if (!mFilter) return mHeights.at(static_cast<size_t>(rowGroup) - 1);
-    std::vector<std::u16string> filterVariables;
-    for (const auto& name : mFilter->variables()) filterVariables.push_back(utf8_to_ustring(name));
-    mReader.setSelectedVariableNames(filterVariables);
-    auto table = mReader.readRowGroups({rowGroup});
-    const auto matches = mFilter->matchRows(table.get());
-    std::vector<std::u16string> selection;
-    for (const auto& name : mSelection) selection.push_back(utf8_to_ustring(name));
-    mReader.setSelectedVariableNames(selection);
-    return static_cast<size_t>(std::count(matches.begin(), matches.end(), true));
+  // One row group in pieces of at most batchSize rows, each filtered and handed to take,
+  // decoding no further once take returns false.
+  template <class Take>
+  void readBatches(double rowGroup, int64_t batchSize, Take take) {
+    auto batches = mReader.readArrowBatches(rowGroup, batchSize);
+    while (auto batch = batches.next()) {
+      checkInterrupt();
+      auto table = ::arrow::Table::FromRecordBatches({batch});
+      if (!table.ok()) failWith("CannotRead", table.status().ToString());
+      if (!take(finish(*table))) break;
+    }
   }
 
  private:
@@ -396,10 +423,41 @@ class FileRead {
     mRowGroups = std::move(kept);
   }
 
-  matrix::unique_array finish(matrix::unique_array table) {
-    if (mFilter) table = mFilter->filterRows(table.get());
-    table = firstColumns(std::move(table), mShown.size());
-    return mRequest.withFile ? withFileColumn(std::move(table), mFile) : std::move(table);
+  // The rows the filter keeps and the printed variables, plus the file's name if asked. The
+  // filter sees the host values of its own variables only; the printed values stay Arrow's.
+  std::shared_ptr<::arrow::Table> finish(std::shared_ptr<::arrow::Table> table) {
+    if (mFilter) table = filterRows(table);
+    std::vector<int> shown(mShown.size());
+    for (size_t i = 0; i < shown.size(); ++i) shown[i] = static_cast<int>(i);
+    auto selected = table->SelectColumns(shown);
+    if (!selected.ok()) failWith("CannotRead", selected.status().ToString());
+    return mRequest.withFile ? withFileColumn(*selected, mFile) : *selected;
+  }
+
+  std::shared_ptr<::arrow::Table> filterRows(const std::shared_ptr<::arrow::Table>& table) {
+    std::vector<int> used;
+    for (const auto& name : mFilter->variables()) {
+      const int index = table->schema()->GetFieldIndex(name);
+      if (index >= 0) used.push_back(index);
+    }
+    auto variables = table->SelectColumns(used);
+    if (!variables.ok()) failWith("CannotFilter", variables.status().ToString());
+    auto host = vantro::io::arrow::core::to_vantro(*variables);
+    if (!host.ok()) failWith("CannotFilter", host.status().ToString());
+    const std::vector<bool> matches = mFilter->matchRows(host->get());
+    ::arrow::BooleanBuilder mask;
+    for (const bool match : matches) {
+      if (!mask.Append(match).ok()) failWith("OutOfMemory", "No memory for the filter.");
+    }
+    static const bool computeReady =
+        vantro::io::parquet::core::common::compat::initializeCompute().ok();
+    (void)computeReady;
+    std::shared_ptr<::arrow::Array> maskArray;
+    auto finished = mask.Finish(&maskArray);
+    auto kept = finished.ok() ? ::arrow::compute::Filter(table, maskArray)
+                              : ::arrow::Result<::arrow::Datum>(finished);
+    if (!kept.ok()) failWith("CannotFilter", kept.status().ToString());
+    return kept->table();
   }
 
   const ReadRequest& mRequest;
@@ -421,25 +479,23 @@ struct Window {
   std::optional<uint64_t> left;
 
   bool full() const { return left && *left == 0; }
-  // The positions of a piece of `rows` rows that fall inside the window.
-  std::vector<size_t> take(size_t rows) {
-    std::vector<size_t> positions;
-    const size_t first = static_cast<size_t>(std::min<uint64_t>(skip, rows));
+  // Rows still wanted from here on: the ones to skip and the ones to print.
+  std::optional<uint64_t> wanted() const {
+    if (!left) return std::nullopt;
+    return skip + *left;
+  }
+  // The part of a piece of rows that falls inside the window.
+  std::shared_ptr<::arrow::Table> take(const std::shared_ptr<::arrow::Table>& table) {
+    const auto rows = static_cast<uint64_t>(table->num_rows());
+    const uint64_t first = std::min(skip, rows);
     skip -= first;
-    size_t last = rows;
-    if (left) last = static_cast<size_t>(std::min<uint64_t>(rows, first + *left));
-    for (size_t r = first; r < last; ++r) positions.push_back(r);
+    uint64_t last = rows;
+    if (left) last = std::min(rows, first + *left);
     if (left) *left -= last - first;
-    return positions;
+    if (first == 0 && last == rows) return table;
+    return table->Slice(static_cast<int64_t>(first), static_cast<int64_t>(last - first));
   }
 };
-
-matrix::unique_array window(matrix::unique_array table, Window& rows) {
-  const size_t count = display::RowCount(table.get());
-  const auto positions = rows.take(count);
-  if (positions.size() == count) return table;
-  return foundation::filter::takeRows(table.get(), positions);
-}
 
 void checkSameSchema(const FileRead& first, const FileRead& other, const std::string& firstFile,
                      const std::string& otherFile) {
@@ -457,29 +513,8 @@ void checkSameSchema(const FileRead& first, const FileRead& other, const std::st
   }
 }
 
-void printTables(std::vector<matrix::unique_array> tables, const ReadRequest& request,
-                 const std::vector<double>& rangeRowGroups) {
-  matrix::unique_array table = concatenate(std::move(tables));
-  if (request.format == Format::kJson) {
-    if (request.byteRange) {
-      std::printf("{\"rowGroups\": [%s], \"table\": %s}\n", numberList(rangeRowGroups).c_str(),
-                  display::ToJson(table.get()).c_str());
-    } else {
-      std::printf("%s\n", display::ToJson(table.get()).c_str());
-    }
-    return;
-  }
-  if (request.byteRange) {
-    const std::string listed = numberList(rangeRowGroups);
-    std::printf("Row groups in range: %s\n", listed.empty() ? "none" : listed.c_str());
-  }
-  display::DisplayOptions options;
-  options.width = terminalWidth();
-  std::printf("%s\n", display::DisplayValue(table.get(), options).c_str());
-}
-
-// --each: one table per row group, read as the host does.
-void printEachRowGroup(FileRead& read, const ReadRequest& request, Sink& sink, Window& rows) {
+// --each: one table per row group.
+void printEachRowGroup(FileRead& read, const ReadRequest& request, Output& output, Window& rows) {
   const auto& rowGroups = read.rowGroupsToRead();
   Progress progress("row group", rowGroups.size());
   bool first = true;
@@ -489,15 +524,17 @@ void printEachRowGroup(FileRead& read, const ReadRequest& request, Sink& sink, W
     auto table = read.readRowGroup(rowGroups[i]);
     const std::string number = numberList({rowGroups[i]});
     if (request.format == Format::kJson) {
+      auto document = format::JsonDocument(*table, output.types());
+      if (!document.ok()) failWith("CannotFormat", document.status().ToString());
       std::printf("%s{\"rowGroup\": %s, \"table\": %s}", first ? "" : ", ", number.c_str(),
-                  display::ToJson(table.get()).c_str());
+                  document->c_str());
     } else if (request.format == Format::kTable) {
-      display::DisplayOptions options;
-      options.width = terminalWidth();
+      TableView view;
+      view.add(table);
       std::printf("%sRow group %s:\n%s\n", first ? "" : "\n", number.c_str(),
-                  display::DisplayValue(table.get(), options).c_str());
+                  view.render(*table->schema(), output.types(), terminalWidth()).c_str());
     } else {
-      sink.add(window(std::move(table), rows));
+      output.add(rows.take(table));
     }
     first = false;
     progress.step(i + 1);
@@ -506,62 +543,84 @@ void printEachRowGroup(FileRead& read, const ReadRequest& request, Sink& sink, W
   if (request.format == Format::kJson) std::printf("]\n");
 }
 
+// Rows per piece when a read may stop early; pieces of whole row groups otherwise.
+constexpr int64_t kBatchRows = 65536;
+
+// The rows of one file's row groups into the output, decoding no more than the output needs:
+// with a row limit only until it is reached, and for the table view of a whole file only the
+// row groups holding its first and last rows.
+void readRows(FileRead& read, const ReadRequest& request, Output& output, Window& rows) {
+  const auto& rowGroups = read.rowGroupsToRead();
+  bool viewOnly = request.format == Format::kTable && !read.filters() && !rows.left &&
+                  rows.skip == 0 && request.files.size() == 1;
+  uint64_t total = 0;
+  for (double rowGroup : rowGroups) {
+    const auto height = read.height(rowGroup);
+    viewOnly = viewOnly && height.has_value();
+    total += height.value_or(0);
+  }
+  const uint64_t head = TableView::kHeadRows, tail = TableView::kTailRows;
+
+  Progress groups("row groups", rowGroups.size());
+  uint64_t done = 0, position = 0;
+  for (double rowGroup : rowGroups) {
+    if (rows.full()) break;
+    checkInterrupt();
+    const uint64_t height = read.height(rowGroup).value_or(0);
+    const bool holdsHead = position < head;
+    const bool holdsTail = position + height + tail > total;
+    if (viewOnly && !holdsHead && !holdsTail) {
+      output.skip(height);
+    } else if (viewOnly && !holdsTail) {
+      // Only the first rows are shown; the rest are counted.
+      const auto wanted = static_cast<int64_t>(head - position);
+      uint64_t taken = 0;
+      read.readBatches(rowGroup, wanted, [&](const std::shared_ptr<::arrow::Table>& piece) {
+        output.add(piece);
+        taken += static_cast<uint64_t>(piece->num_rows());
+        return false;
+      });
+      output.skip(height - taken);
+    } else if (rows.wanted() || viewOnly) {
+      const int64_t batchSize =
+          static_cast<int64_t>(std::min<uint64_t>(rows.wanted().value_or(kBatchRows), kBatchRows));
+      read.readBatches(rowGroup, read.filters() ? kBatchRows : batchSize,
+                       [&](const std::shared_ptr<::arrow::Table>& piece) {
+                         output.add(rows.take(piece));
+                         return !rows.full();
+                       });
+    } else {
+      output.add(rows.take(read.readRowGroup(rowGroup)));
+    }
+    position += height;
+    groups.step(++done, 0, output.bytes());
+  }
+}
+
 int runRequest(const ReadRequest& request) {
-  Sink sink(request.format);
+  Output output(request);
   Window rows{request.offset, request.limit};
   std::unique_ptr<FileRead> first;
   std::vector<double> rangeRowGroups;
-  std::vector<matrix::unique_array> gathered;
   Progress progress("file", request.files.size());
-  for (size_t f = 0; f < request.files.size() && !rows.full(); ++f) {
+  for (size_t f = 0; f < request.files.size(); ++f) {
+    // The first file is always opened: its variables give an empty result its shape.
+    if (f > 0 && rows.full()) break;
     checkInterrupt();
     auto read = std::make_unique<FileRead>(request, request.files[f]);
     if (first) checkSameSchema(*first, *read, request.files[0], request.files[f]);
-    if (request.each) {
-      printEachRowGroup(*read, request, sink, rows);
-      continue;
-    }
+    if (!output.started()) output.start(read->emptyTable()->schema(), read->shownTypes());
     if (request.byteRange) rangeRowGroups = read->listedRowGroups();
-
-    Window before = rows;
-    if (!sink.streams() && rows.left) {
-      // Gathering with a window: count first, then read the row groups that hold the rows in
-      // one piece and cut the window out of it.
-      std::vector<double> needed;
-      const uint64_t skipBefore = rows.skip;
-      for (double rowGroup : read->rowGroupsToRead()) {
-        if (rows.full()) break;
-        checkInterrupt();
-        const size_t matches = read->countMatches(rowGroup);
-        rows.take(matches);
-        if (matches > 0) needed.push_back(rowGroup);
-      }
-      Window cut{skipBefore, before.left};
-      auto table = read->readRowGroups(needed);
-      gathered.push_back(window(std::move(table), cut));
-    } else if (sink.streams()) {
-      Progress groups("row groups", read->rowGroupsToRead().size());
-      uint64_t done = 0, printed = 0;
-      for (double rowGroup : read->rowGroupsToRead()) {
-        if (rows.full()) break;
-        checkInterrupt();
-        auto piece = window(read->readRowGroup(rowGroup), rows);
-        printed += display::RowCount(piece.get());
-        sink.add(std::move(piece));
-        groups.step(++done, printed, sink.bytes());
-      }
+    if (request.each) {
+      printEachRowGroup(*read, request, output, rows);
     } else {
-      checkInterrupt();
-      gathered.push_back(read->readRowGroups(read->rowGroupsToRead()));
+      readRows(*read, request, output, rows);
     }
     if (!first) first = std::move(read);
     if (request.files.size() > 1) progress.step(f + 1);
   }
   progress.finish();
-  if (!request.each && !sink.streams()) {
-    if (gathered.empty()) failWith("NoRows", "Nothing was read.");
-    printTables(std::move(gathered), request, rangeRowGroups);
-  }
+  if (!request.each || output.streams()) output.finish(rangeRowGroups);
   return 0;
 }
 
@@ -570,8 +629,9 @@ int runRequest(const ReadRequest& request) {
 int runRead(const std::vector<std::string>& words) { return runRequest(parseRead(words)); }
 
 int runHead(const std::vector<std::string>& words) {
-  const Arguments args(words, {"--rows", "--vars", "--where", "--format"}, {"--json"},
-                       {{"-n", "--rows"}});
+  const Arguments args(words,
+                       {"--rows", "--vars", "--where", "--format", "--delimiter", "--missing"},
+                       {"--json", "--no-header"}, {{"-n", "--rows"}});
   if (args.positional().size() != 1) throw UsageError{"head takes exactly one FILE"};
   ReadRequest request;
   parseCommon(args, request);

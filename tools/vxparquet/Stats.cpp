@@ -10,6 +10,7 @@
 
 #include "Cli.hpp"
 #include "Files.hpp"
+#include "host/converter/Display.hpp"
 #include "host/except/Exception.hpp"
 #include "host/matrix/Matrix.hpp"
 #include "host/unicode/ustring.hpp"
@@ -276,7 +277,11 @@ std::string countText(const std::optional<int64_t>& count) {
   return count ? std::to_string(*count) : "-";
 }
 
-std::string valueText(const std::optional<ShownValue>& value) { return value ? value->text : "-"; }
+// Texts from the file may hold control characters: escaped, so that a bound cannot move the
+// terminal's cursor or break the tab-separated lines.
+std::string valueText(const std::optional<ShownValue>& value) {
+  return value ? vantro::io::arrow::core::display::EscapeControl(value->text) : "-";
+}
 
 std::string jsonCount(const std::optional<int64_t>& count) {
   return count ? std::to_string(*count) : "null";
@@ -294,7 +299,8 @@ void printText(const Statistics& stats, const std::vector<std::string>& names, s
   for (size_t v = 0; v < names.size(); ++v) {
     for (size_t r = 0; r < numRowGroups; ++r) {
       const Entry entry = entryAt(stats, r, v, heights);
-      std::printf("%s\t%zu\t%s\t%s\t%s\t%s\n", names[v].c_str(), r + 1,
+      std::printf("%s\t%zu\t%s\t%s\t%s\t%s\n",
+                  vantro::io::arrow::core::display::EscapeControl(names[v]).c_str(), r + 1,
                   countText(entry.nullCount).c_str(), countText(entry.distinctCount).c_str(),
                   valueText(entry.min).c_str(), valueText(entry.max).c_str());
     }
@@ -302,7 +308,9 @@ void printText(const Statistics& stats, const std::vector<std::string>& names, s
   if (!unfilterable.empty()) {
     std::printf("\nwithout statistics for filtering:\n");
     for (const auto& u : unfilterable) {
-      std::printf("  %s\t%s (%s)\n", u.name.c_str(), u.reason.c_str(), u.identifier.c_str());
+      std::printf(
+          "  %s\t%s (%s)\n", vantro::io::arrow::core::display::EscapeControl(u.name).c_str(),
+          vantro::io::arrow::core::display::EscapeControl(u.reason).c_str(), u.identifier.c_str());
     }
   }
 }
@@ -379,7 +387,8 @@ int runStats(const std::vector<std::string>& words) {
     if (several) progress.step(i);
     if (several && args.flag("--json") && i > 0) std::printf(", ");
     if (several && !args.flag("--json")) {
-      std::printf("%sfile: %s\n", i > 0 ? "\n" : "", files[i].c_str());
+      std::printf("%sfile: %s\n", i > 0 ? "\n" : "",
+                  vantro::io::arrow::core::display::EscapeControl(files[i]).c_str());
     }
     printStatsOf(files[i], args);
   }

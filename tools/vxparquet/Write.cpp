@@ -18,15 +18,13 @@
 #include <arrow/table.h>
 #include <arrow/util/compression.h>
 #include <arrow/util/thread_pool.h>
+#include <arrow/type.h>
 #include <parquet/arrow/schema.h>
 #include <parquet/file_reader.h>
 #include <parquet/metadata.h>
 #include <parquet/schema.h>
 
 #include "Cli.hpp"
-#include "host/converter/Converter.hpp"
-#include "host/converter/HostValues.hpp"
-#include "host/filter/Expression.hpp"
 #include "host/services/Services.hpp"
 #include "host/services/Threads.hpp"
 #include "host/unicode/ustring.hpp"
@@ -151,6 +149,20 @@ InputFormat decideFormat(const std::string& path, const std::optional<std::strin
   return *format;
 }
 
+// "decimal(12,2)": exact decimals of that precision and scale, 128 or 256 bits wide.
+std::shared_ptr<::arrow::DataType> decimalNamed(const std::string& name) {
+  int precision = 0, scale = 0;
+  char end = 0;
+  if (std::sscanf(lowerCase(name).c_str(), "decimal(%d,%d%c", &precision, &scale, &end) != 3 ||
+      end != ')') {
+    return nullptr;
+  }
+  auto type = precision <= 38 ? ::arrow::Decimal128Type::Make(precision, scale)
+                              : ::arrow::Decimal256Type::Make(precision, scale);
+  if (!type.ok()) throw UsageError{"--types: " + type.status().message()};
+  return *type;
+}
+
 std::shared_ptr<::arrow::DataType> typeNamed(const std::string& name, const std::string& option) {
   static const std::vector<std::pair<std::string, std::shared_ptr<::arrow::DataType>>> types = {
       {"int8", ::arrow::int8()},
@@ -163,19 +175,45 @@ std::shared_ptr<::arrow::DataType> typeNamed(const std::string& name, const std:
       {"uint64", ::arrow::uint64()},
       {"single", ::arrow::float32()},
       {"double", ::arrow::float64()},
+      {"float32", ::arrow::float32()},
+      {"float64", ::arrow::float64()},
       {"logical", ::arrow::boolean()},
+      {"boolean", ::arrow::boolean()},
       {"string", ::arrow::utf8()},
+      {"binary", ::arrow::binary()},
       {"date", ::arrow::date32()},
       {"timestamp", ::arrow::timestamp(::arrow::TimeUnit::MICRO)},
+      {"timestamp[s]", ::arrow::timestamp(::arrow::TimeUnit::SECOND)},
+      {"timestamp[ms]", ::arrow::timestamp(::arrow::TimeUnit::MILLI)},
+      {"timestamp[us]", ::arrow::timestamp(::arrow::TimeUnit::MICRO)},
+      {"timestamp[ns]", ::arrow::timestamp(::arrow::TimeUnit::NANO)},
       {"timestamptz", ::arrow::timestamp(::arrow::TimeUnit::MICRO, "UTC")},
   };
+  if (const auto decimal = decimalNamed(name)) return decimal;
   std::vector<std::string> names;
   for (const auto& entry : types) names.push_back(entry.first);
+  names.push_back("decimal(P,S)");
   const std::string valid = matchChoice(name, names, option);
   for (const auto& entry : types) {
     if (entry.first == valid) return entry.second;
   }
   return nullptr;
+}
+
+// "a=int64,b=decimal(10,2)" -> {"a=int64", "b=decimal(10,2)"}: commas inside parentheses
+// belong to the type.
+std::vector<std::string> splitOutsideParentheses(const std::string& text) {
+  std::vector<std::string> parts(1);
+  int depth = 0;
+  for (const char c : text) {
+    if (c == ',' && depth == 0) {
+      parts.emplace_back();
+      continue;
+    }
+    depth += c == '(' ? 1 : (c == ')' ? -1 : 0);
+    parts.back().push_back(c);
+  }
+  return parts;
 }
 
 CsvSettings csvSettings(const Arguments& args, InputFormat format) {
@@ -190,7 +228,7 @@ CsvSettings csvSettings(const Arguments& args, InputFormat format) {
   settings.header = !args.flag("--no-header");
   if (const auto nulls = args.value("--null-values")) settings.nullValues = splitList(*nulls);
   if (const auto types = args.value("--types")) {
-    for (const auto& pair : splitList(*types)) {
+    for (const auto& pair : splitOutsideParentheses(*types)) {
       const size_t equals = pair.rfind('=');
       if (equals == std::string::npos) throw UsageError{"--types: '" + pair + "' is not name=type"};
       settings.types.emplace_back(pair.substr(0, equals),
@@ -200,7 +238,7 @@ CsvSettings csvSettings(const Arguments& args, InputFormat format) {
   return settings;
 }
 
-matrix::unique_array readCsv(const std::string& path, const CsvSettings& settings) {
+std::shared_ptr<::arrow::Table> readCsv(const std::string& path, const CsvSettings& settings) {
   auto input = valueOrFail(::arrow::io::ReadableFile::Open(path), "CannotOpenInput",
                            "Unable to open '" + path + "'");
   auto readOptions = ::arrow::csv::ReadOptions::Defaults();
@@ -238,16 +276,16 @@ matrix::unique_array readCsv(const std::string& path, const CsvSettings& setting
                "--types names '" + name + "', which is no column of '" + path + "'.");
     }
   }
-  return valueOrFail(vantro::io::arrow::core::to_vantro(table), "InvalidCsv",
-                     "Unable to convert '" + path + "'");
+  return table;
 }
 
-// A Parquet input goes through the library's own reader, a CSV input through Arrow's.
-matrix::unique_array readInput(const std::string& path, InputFormat format,
-                               const CsvSettings& settings) {
+// A Parquet input goes through the library's own reader, a CSV input through Arrow's; either
+// stays in Arrow's values, so that the output keeps every type, null and NaN.
+std::shared_ptr<::arrow::Table> readInput(const std::string& path, InputFormat format,
+                                          const CsvSettings& settings) {
   if (format == InputFormat::kParquet) {
     return vantro::io::parquet::core::read::RowGroupParquetReader(utf8_to_ustring(path), {})
-        .readFullFile();
+        .readArrowFullFile();
   }
   return readCsv(path, settings);
 }
@@ -345,36 +383,18 @@ Summary summarize(const std::string& path) {
   return {metadata->num_rows(), metadata->num_row_groups()};
 }
 
-// Cell columns decide their Arrow type from their elements, so a slice of one could come out
-// of another type than the whole column: such tables are written in one call.
-bool hasCellColumns(const vxArray* table) {
-  const vxArray* columns = vxGetField(table, 0, vantro::io::arrow::core::host::kColumns);
-  for (size_t c = 0; columns != nullptr && c < vxGetNumberOfElements(columns); ++c) {
-    const vxArray* column = vxGetCell(columns, c);
-    if (column == nullptr || vxGetClassID(column) == vxCELL_CLASS ||
-        vantro::io::arrow::core::host::IsTable(column)) {
-      return true;
-    }
-  }
-  return false;
-}
-
 // One write per row group, so that Ctrl-C is noticed between row groups and the unfinished
 // file is discarded by the writer rather than cut off.
-void writeInRowGroups(ParquetWriter& writer, const vxArray* table, int64_t maxLength) {
-  const size_t rows = foundation::filter::rowCount(table);
-  const auto length = static_cast<size_t>(maxLength);
-  if (rows <= length || hasCellColumns(table)) {
-    writer.write(table);
+void writeInRowGroups(ParquetWriter& writer, const std::shared_ptr<::arrow::Table>& table,
+                      int64_t maxLength) {
+  const int64_t rows = table->num_rows();
+  if (rows <= maxLength) {
+    writer.writeArrow(table);
     return;
   }
-  std::vector<size_t> positions;
-  for (size_t start = 0; start < rows; start += length) {
+  for (int64_t start = 0; start < rows; start += maxLength) {
     checkInterrupt();
-    positions.resize(std::min(length, rows - start));
-    for (size_t i = 0; i < positions.size(); ++i) positions[i] = start + i;
-    const auto piece = foundation::filter::takeRows(table, positions);
-    writer.write(piece.get());
+    writer.writeArrow(table->Slice(start, maxLength));
   }
 }
 
@@ -442,10 +462,8 @@ int runWrite(const std::vector<std::string>& words) {
   if (from == "-") stdinCopy.emplace();
   const std::string inputPath = stdinCopy ? stdinCopy->path() : from;
   const InputFormat format = decideFormat(inputPath, args.value("--from-format"));
-  const matrix::unique_array table = readInput(inputPath, format, csvSettings(args, format));
+  const auto arrowTable = readInput(inputPath, format, csvSettings(args, format));
   checkInterrupt();
-  const auto arrowTable = valueOrFail(vantro::io::arrow::core::to_arrow_table(table.get()),
-                                      "InvalidInput", "Unable to convert the input");
   const auto& schema = *arrowTable->schema();
   if (heights) {
     double sum = 0;
@@ -502,11 +520,11 @@ int runWrite(const std::vector<std::string>& words) {
 
   checkInterrupt();
   if (heights) {
-    matrix::unique_array hostHeights(vxCreateDoubleMatrix(1, heights->size(), vxREAL));
-    std::copy(heights->begin(), heights->end(), vxGetPr(hostHeights.get()));
-    writer.writeRowGroups(table.get(), hostHeights.get());
+    std::vector<int64_t> rowCounts;
+    for (double height : *heights) rowCounts.push_back(static_cast<int64_t>(height));
+    writer.writeArrowRowGroups(arrowTable, rowCounts);
   } else {
-    writeInRowGroups(writer, table.get(), maxLength.value_or(kDefaultMaxRowGroupLength));
+    writeInRowGroups(writer, arrowTable, maxLength.value_or(kDefaultMaxRowGroupLength));
   }
   checkInterrupt();
   writer.close();

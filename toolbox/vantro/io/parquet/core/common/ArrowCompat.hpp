@@ -88,6 +88,20 @@ inline ::arrow::Status ReadRowGroups(::parquet::arrow::FileReader& reader,
   VX_COMPAT_READ(reader.ReadRowGroups(rowGroups, columns, out));
 #endif
 }
+
+inline ::arrow::Status GetRecordBatchReader(::parquet::arrow::FileReader& reader,
+                                            const std::vector<int>& rowGroups,
+                                            const std::vector<int>& columns,
+                                            std::shared_ptr<::arrow::RecordBatchReader>* out) {
+#if ARROW_VERSION_MAJOR >= 24
+  VX_COMPAT_READ(reader.GetRecordBatchReader(rowGroups, columns));
+#else
+  std::unique_ptr<::arrow::RecordBatchReader> batches;
+  ARROW_RETURN_NOT_OK(reader.GetRecordBatchReader(rowGroups, columns, &batches));
+  *out = std::move(batches);
+  return ::arrow::Status::OK();
+#endif
+}
 #undef VX_COMPAT_READ
 
 // What the writer's version "2.0" means: Parquet 11's PARQUET_2_0 (every 2.x feature), which

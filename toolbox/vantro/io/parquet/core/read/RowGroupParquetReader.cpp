@@ -163,18 +163,45 @@ std::shared_ptr<::arrow::Table> RowGroupParquetReader::readNext() {
   return table;
 }
 
+std::shared_ptr<::arrow::Table> RowGroupParquetReader::readCheckedRowGroups(
+    const std::vector<int>& indices) {
+  checkDeclaredSizes(indices);
+  std::shared_ptr<::arrow::Table> table;
+  throwReadExceptIfNotOk(guarded([&] {
+                           return common::compat::ReadRowGroups(
+                               *mFileReader, indices, mSelectedVariables.parquetColumnIndices,
+                               &table);
+                         }),
+                         mFilename);
+  checkRowCount(table, footerRows(indices));
+  return table;
+}
+
+std::vector<int> RowGroupParquetReader::listedIndices(const std::vector<double>& rowGroups) const {
+  // Subtract in double, then truncate: unlike readNext, 0.5 becomes row group 0 here.
+  std::vector<int> indices(rowGroups.size());
+  std::transform(rowGroups.begin(), rowGroups.end(), indices.begin(),
+                 [](double rowGroup) { return toArrowIndex(rowGroup, /*truncateFirst=*/false); });
+  return indices;
+}
+
 matrix::unique_array RowGroupParquetReader::readRowGroups(std::vector<double> rowGroups) {
   VANTRO_PARQUET_TRACE();
   setupArrowThreadPool();
   if (!mFileReader) return toHostTable(nullptr);
   if (rowGroups.size() > 1) checkForRowGroupedNestedDictionary();
-
-  // Subtract in double, then truncate: unlike readNext, 0.5 becomes row group 0 here.
-  std::vector<int> indices(rowGroups.size());
-  std::transform(rowGroups.begin(), rowGroups.end(), indices.begin(),
-                 [](double rowGroup) { return toArrowIndex(rowGroup, /*truncateFirst=*/false); });
+  const std::vector<int> indices = listedIndices(rowGroups);
   checkDeclaredSizes(indices);
   return readSelected(&indices, footerRows(indices));
+}
+
+std::shared_ptr<::arrow::Table> RowGroupParquetReader::readArrowRowGroups(
+    std::vector<double> rowGroups) {
+  VANTRO_PARQUET_TRACE();
+  requireFile();
+  setupArrowThreadPool();
+  if (rowGroups.size() > 1) checkForRowGroupedNestedDictionary();
+  return readCheckedRowGroups(listedIndices(rowGroups));
 }
 
 matrix::unique_array RowGroupParquetReader::readall() {
@@ -191,6 +218,52 @@ matrix::unique_array RowGroupParquetReader::readFullFile() {
   std::iota(allRowGroups.begin(), allRowGroups.end(), 0);
   checkDeclaredSizes(allRowGroups);
   return readSelected(nullptr, footerRows(allRowGroups));
+}
+
+std::shared_ptr<::arrow::Table> RowGroupParquetReader::readArrowFullFile() {
+  VANTRO_PARQUET_TRACE();
+  requireFile();
+  setupArrowThreadPool();
+  checkForRowGroupedNestedDictionary();
+  std::vector<int> allRowGroups(getMetadata().num_row_groups());
+  std::iota(allRowGroups.begin(), allRowGroups.end(), 0);
+  checkDeclaredSizes(allRowGroups);
+  std::shared_ptr<::arrow::Table> table;
+  throwReadExceptIfNotOk(guarded([&] {
+                           return common::compat::ReadTable(
+                               *mFileReader, mSelectedVariables.parquetColumnIndices, &table);
+                         }),
+                         mFilename);
+  checkRowCount(table, footerRows(allRowGroups));
+  return table;
+}
+
+RowGroupParquetReader::Batches RowGroupParquetReader::readArrowBatches(double rowGroup,
+                                                                       int64_t batchSize) {
+  VANTRO_PARQUET_TRACE();
+  requireFile();
+  setupArrowThreadPool();
+  const int index = toArrowIndex(rowGroup, /*truncateFirst=*/false);
+  checkDeclaredSizes({index});
+  mFileReader->set_batch_size(std::max<int64_t>(1, batchSize));
+  Batches batches;
+  batches.mOwner = this;
+  throwReadExceptIfNotOk(guarded([&] {
+                           return common::compat::GetRecordBatchReader(
+                               *mFileReader, {index}, mSelectedVariables.parquetColumnIndices,
+                               &batches.mBatches);
+                         }),
+                         mFilename);
+  return batches;
+}
+
+std::shared_ptr<::arrow::RecordBatch> RowGroupParquetReader::Batches::next() {
+  std::shared_ptr<::arrow::RecordBatch> batch;
+  if (!mBatches) return batch;
+  throwReadExceptIfNotOk(mOwner->guarded([&] { return mBatches->ReadNext(&batch); }),
+                         mOwner->mFilename);
+  if (!batch) mBatches.reset();
+  return batch;
 }
 
 matrix::unique_array RowGroupParquetReader::serialize() const {

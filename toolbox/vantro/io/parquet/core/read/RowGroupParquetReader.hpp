@@ -46,10 +46,34 @@ class RowGroupParquetReader : public ParquetReader {
   // Every row group of the file, whatever the list.
   matrix::unique_array readFullFile();
 
+  // The same reads as Arrow tables, every value as the file has it: for programs that print or
+  // rewrite the file rather than hand it to the host.
+  std::shared_ptr<::arrow::Table> readArrowRowGroups(std::vector<double> rowGroups);
+  std::shared_ptr<::arrow::Table> readArrowFullFile();
+
+  // One row group in record batches, each decoded only when asked for, so that a caller that
+  // wants a few rows does not pay for the whole row group.
+  class Batches {
+   public:
+    // The next batch of at most the batch size rows, or null after the last.
+    std::shared_ptr<::arrow::RecordBatch> next();
+
+   private:
+    friend class RowGroupParquetReader;
+    const RowGroupParquetReader* mOwner = nullptr;
+    std::shared_ptr<::arrow::RecordBatchReader> mBatches;
+  };
+  // The reader must outlive the batches.
+  Batches readArrowBatches(double rowGroup, int64_t batchSize);
+
  protected:
   std::shared_ptr<::arrow::Table> readNext() override;
 
  private:
+  // The listed row groups (0-based) as Arrow reads them, checked against the footer.
+  std::shared_ptr<::arrow::Table> readCheckedRowGroups(const std::vector<int>& indices);
+  // A list of row-group numbers as Arrow's 0-based indices.
+  std::vector<int> listedIndices(const std::vector<double>& rowGroups) const;
   // A file without row groups still yields one empty table carrying its variables.
   bool shouldReadEmptyOnce() const;
 

@@ -11,6 +11,7 @@
 #include "host/converter/Converter.hpp"
 #include "host/converter/DictionaryChoice.hpp"
 #include "host/services/Services.hpp"
+#include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/SchemaLeafIndex.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
 
@@ -333,17 +334,57 @@ void ParquetWriter::writeRowGroups(const vxArray_tag* table, const vxArray_tag* 
 
   const double* heights = vxGetPr(rowGroupHeights);
   const size_t numHeights = heights == nullptr ? 0 : vxGetNumberOfElements(rowGroupHeights);
-  const int64_t numRows = arrowTable->num_rows();
+  std::vector<int64_t> rowCounts(numHeights);
+  std::transform(heights, heights + numHeights, rowCounts.begin(), toRowCount);
+  writeSlices(arrowTable, rowCounts);
+}
+
+void ParquetWriter::writeSlices(const std::shared_ptr<::arrow::Table>& table,
+                                const std::vector<int64_t>& rowGroupHeights) {
+  const int64_t numRows = table->num_rows();
   int64_t offset = 0;
-  for (size_t i = 0; i < numHeights; ++i) {
-    const int64_t height = toRowCount(heights[i]);
+  for (const int64_t height : rowGroupHeights) {
     // Arrow aborts on a slice that starts outside the table; such a slice is simply empty.
     // Keeping the running offset inside the table also keeps the sum of extreme heights from
     // overflowing.
-    const auto slice = arrowTable->Slice(offset, height);
+    const auto slice = table->Slice(offset, height);
     writeChunk(*slice, height);
     offset = std::clamp<int64_t>(offset + height, 0, numRows);
   }
+}
+
+std::shared_ptr<::arrow::Table> ParquetWriter::checkedArrowTable(
+    const std::shared_ptr<::arrow::Table>& table) {
+  require(mFile != nullptr && (mFileWriter != nullptr || mSchema == nullptr),
+          "Writer already closed");
+  const auto& names = mOptions.getVariableNames();
+  if (table == nullptr || table->num_columns() == 0) throwException<msg::InvalidZeroVars>();
+  if (static_cast<size_t>(table->num_columns()) != names.size()) {
+    throwException<msg::InvalidWriteVars>(static_cast<int64_t>(names.size()));
+  }
+  std::vector<std::shared_ptr<::arrow::Field>> fields;
+  for (int i = 0; i < table->num_columns(); ++i) {
+    fields.push_back(table->field(i)->WithName(foundation::unicode::ustring_to_utf8(names[i])));
+  }
+  return ::arrow::Table::Make(::arrow::schema(std::move(fields), table->schema()->metadata()),
+                              table->columns(), table->num_rows());
+}
+
+void ParquetWriter::writeArrow(const std::shared_ptr<::arrow::Table>& table) {
+  VANTRO_PARQUET_TRACE();
+  const auto arrowTable = checkedArrowTable(table);
+  if (!mSchema) chooseDictionaries(mOptions, *arrowTable);
+  validateSchema(arrowTable->schema(), /*rowGrouped=*/false);
+  writeChunk(*arrowTable, std::max<int64_t>(1, arrowTable->num_rows()));
+}
+
+void ParquetWriter::writeArrowRowGroups(const std::shared_ptr<::arrow::Table>& table,
+                                        const std::vector<int64_t>& rowGroupHeights) {
+  VANTRO_PARQUET_TRACE();
+  const auto arrowTable = checkedArrowTable(table);
+  if (!mSchema) chooseDictionaries(mOptions, *arrowTable);
+  validateSchema(arrowTable->schema(), /*rowGrouped=*/true);
+  writeSlices(arrowTable, rowGroupHeights);
 }
 
 void ParquetWriter::close() {

@@ -59,6 +59,11 @@ class ParquetWriter {
   void write(const vxArray_tag* table);
   // Appends one row group per height (a double array); rows past the heights' sum are dropped.
   void writeRowGroups(const vxArray_tag* table, const vxArray_tag* rowGroupHeights);
+  // The same for an Arrow table, written as it is: a file read into Arrow and written again
+  // keeps every type, null and NaN. Its columns take the variable names in order.
+  void writeArrow(const std::shared_ptr<::arrow::Table>& table);
+  void writeArrowRowGroups(const std::shared_ptr<::arrow::Table>& table,
+                           const std::vector<int64_t>& rowGroupHeights);
   // Finishes the file. Does nothing before the first write or after an earlier close.
   void close();
 
@@ -71,6 +76,9 @@ class ParquetWriter {
  private:
   void require(bool condition, const std::string& message) const;
   std::shared_ptr<::arrow::Table> checkedArrowTable(const vxArray_tag* table);
+  std::shared_ptr<::arrow::Table> checkedArrowTable(const std::shared_ptr<::arrow::Table>& table);
+  void writeSlices(const std::shared_ptr<::arrow::Table>& table,
+                   const std::vector<int64_t>& rowGroupHeights);
   void openFileWriter(const std::shared_ptr<::arrow::Schema>& schema);
   void writeChunk(const ::arrow::Table& table, int64_t chunkSize);
   // Closes (when finish is true), or else removes the unfinished output; never throws.
