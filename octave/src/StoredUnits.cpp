@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <exception>
+#include <string>
+#include <utility>
 
 #include <arrow/buffer.h>
 #include <arrow/io/memory.h>
@@ -22,6 +24,7 @@ namespace vantro::octave {
 namespace {
 
 namespace host = vantro::io::arrow::core::host;
+namespace common = vantro::io::parquet::core::common;
 
 bool isSeconds(const ::arrow::DataType& type) {
   if (type.id() == ::arrow::Type::TIMESTAMP) {
@@ -33,14 +36,21 @@ bool isSeconds(const ::arrow::DataType& type) {
   return false;
 }
 
+// Arrow 11's base64_decode returns the bytes, newer releases a Result (only this file of the
+// gateway meets it, so the difference stays here rather than in the library's ArrowCompat).
+[[maybe_unused]] ::arrow::Result<std::string> asResult(std::string bytes) { return bytes; }
+[[maybe_unused]] ::arrow::Result<std::string> asResult(::arrow::Result<std::string> bytes) {
+  return bytes;
+}
+
 ::arrow::Result<std::shared_ptr<::arrow::Schema>> storedSchema(const std::u16string& file) {
-  auto input = vantro::io::parquet::core::common::makeReadableFilePtr(file);
+  auto input = common::makeReadableFilePtr(file);
   const auto reader = ::parquet::ParquetFileReader::Open(input);
   const auto metadata = reader->metadata()->key_value_metadata();
   if (!metadata) return ::arrow::Status::KeyError("no key-value metadata");
   ARROW_ASSIGN_OR_RAISE(const std::string encoded, metadata->Get("ARROW:schema"));
-  ::arrow::io::BufferReader bytes(
-      ::arrow::Buffer::FromString(::arrow::util::base64_decode(encoded)));
+  ARROW_ASSIGN_OR_RAISE(std::string decoded, asResult(::arrow::util::base64_decode(encoded)));
+  ::arrow::io::BufferReader bytes(::arrow::Buffer::FromString(std::move(decoded)));
   ::arrow::ipc::DictionaryMemo dictionaries;
   return ::arrow::ipc::ReadSchema(&bytes, &dictionaries);
 }
