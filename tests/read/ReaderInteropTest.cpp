@@ -1,5 +1,6 @@
 // Files written by other Parquet writers, and files that are not Parquet at all.
 #include <arrow/table.h>
+#include <arrow/util/config.h>
 #include <gtest/gtest.h>
 
 #include "host/converter/Converter.hpp"
@@ -43,6 +44,11 @@ TEST(InteropTest, EveryCorpusFileReadsAlikeWholeAndByRowGroup) {
   int compared = 0;
   for (const auto& path : vxtest::interopFiles()) {
     SCOPED_TRACE(path);
+    // Arrow 11's gzip stops after a file's first gzip member, and what it leaves in the last
+    // value then depends on the memory it got: no read of it can be compared (README, Safety).
+    if (ARROW_VERSION_MAJOR < 12 && path.find("concatenated_gzip_members") != std::string::npos) {
+      continue;
+    }
     matrix::unique_array whole;
     try {
       RowGroupParquetReader reader(u16(path), std::vector<double>{});

@@ -5,10 +5,6 @@
 
 #include <arrow/api.h>
 #include <arrow/util/compression.h>
-#include <parquet/encryption/encryption.h>
-#if __has_include(<arrow/util/secure_string.h>)
-#include <arrow/util/secure_string.h>
-#endif
 #include <parquet/file_reader.h>
 #include <parquet/properties.h>
 
@@ -222,42 +218,6 @@ TEST(ShortData, FewerRowsThanTheFooterDeclaresAreRefused) {
     EXPECT_NE(message.find("The data holds 39 rows where the footer declares 50"),
               std::string::npos)
         << message;
-  }
-}
-
-// Encryption with a plaintext footer and column `column` encrypted under a key of its own.
-// Newer Arrow takes keys as SecureString and names columns by the map's key alone.
-std::shared_ptr<parquet::FileEncryptionProperties> plaintextFooterOverEncryptedColumn(
-    const std::string& column) {
-  std::string footerKey = "0123456789012345";
-  std::string columnKey = "1234567890123450";
-  parquet::ColumnPathToEncryptionPropertiesMap columns;
-#if __has_include(<arrow/util/secure_string.h>)
-  columns[column] = parquet::ColumnEncryptionProperties::Builder()
-                        .key(arrow::util::SecureString(std::move(columnKey)))
-                        ->build();
-  parquet::FileEncryptionProperties::Builder builder(
-      arrow::util::SecureString(std::move(footerKey)));
-#else
-  columns[column] = parquet::ColumnEncryptionProperties::Builder(column).key(columnKey)->build();
-  parquet::FileEncryptionProperties::Builder builder(footerKey);
-#endif
-  return builder.set_plaintext_footer()->encrypted_columns(columns)->build();
-}
-
-// A plaintext footer over an encrypted column: the chunk's metadata cannot be decoded without
-// the key, which Parquet reports by exception when the reader first looks at the chunk.
-TEST(EncryptedChunkMetadata, IsAReadErrorOfTheLibrary) {
-  vxtest::TempDir dir;
-  const std::string path = dir.file("encrypted.parquet");
-  const auto encryption = plaintextFooterOverEncryptedColumn("x");
-  const auto properties = parquet::WriterProperties::Builder().encryption(encryption)->build();
-  vxtest::writeParquet(path, vxtest::simpleTable(10), 1024, properties);
-
-  RowGroupParquetReader reader(u16(path), std::vector<double>{1});
-  for (const auto& read : std::vector<std::function<void()>>{
-           [&] { reader.read(); }, [&] { reader.readall(); }, [&] { reader.readFullFile(); }}) {
-    expectHostError(read, "VANTRO:parquetio:read:ReaderLoadFailed");
   }
 }
 
