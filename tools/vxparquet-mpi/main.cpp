@@ -1,4 +1,4 @@
-// vxparquet-mpi: vxparquet's read, count and stats over the ranks of an MPI launch.
+// vxparquet-mpi: vxparquet's read over the ranks of an MPI launch.
 //
 //   mpirun -n N vxparquet-mpi read SOURCE... [read's options] [--output-dir DIR]
 //
@@ -39,8 +39,8 @@ constexpr char kTaskFollows = 'T';
 constexpr char kPlanFailed = 'F';
 
 const char* kUsage =
-    "usage: mpirun -n N vxparquet-mpi read|count|stats SOURCE... [options]\n"
-    "  the options of 'vxparquet read', 'count' and 'stats'; read takes --format csv or jsonl\n"
+    "usage: mpirun -n N vxparquet-mpi read SOURCE... [options]\n"
+    "  the options of 'vxparquet read', with --format csv or jsonl\n"
     "  --output-dir DIR   read: each rank writes its rows to DIR/part-<K>.csv (or .jsonl)\n"
     "                     instead of sending them to rank 0's standard output\n";
 
@@ -111,9 +111,7 @@ Outcome runCommand(const std::string& command, const std::vector<std::string>& w
   vxparquet::setCurrentCommand(command);
   try {
     if (command == "read") return {vxparquet::runRead(words), ""};
-    if (command == "count") return {vxparquet::runCount(words), ""};
-    if (command == "stats") return {vxparquet::runStats(words), ""};
-    throw vxparquet::UsageError{"unknown command '" + command + "' (read, count or stats)"};
+    throw vxparquet::UsageError{"unknown command '" + command + "' (only read runs over ranks)"};
   } catch (const vxparquet::UsageError& e) {
     return {2, "usage: " + e.message};
   } catch (const foundation::core::except::InterruptException& e) {

@@ -15,6 +15,7 @@
 #include <arrow/compute/initialize.h>
 #endif
 #include <parquet/arrow/reader.h>
+#include <parquet/metadata.h>
 #include <parquet/properties.h>
 
 namespace vantro::io::parquet::core::common::compat {
@@ -121,6 +122,18 @@ inline ::arrow::Status initializeCompute() {
   return ::arrow::compute::Initialize();
 #else
   return ::arrow::Status::OK();
+#endif
+}
+
+// A footer's serialized metadata, decoded (throws ParquetException for one that is not). Newer
+// releases take its length as a 64-bit value.
+inline std::shared_ptr<::parquet::FileMetaData> DecodeFileMetaData(const uint8_t* data,
+                                                                   int64_t size) {
+#if ARROW_VERSION_MAJOR >= 26
+  return ::parquet::FileMetaData::Make(data, size);
+#else
+  uint32_t length = static_cast<uint32_t>(size);
+  return ::parquet::FileMetaData::Make(data, &length);
 #endif
 }
 

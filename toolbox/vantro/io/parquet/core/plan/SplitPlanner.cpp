@@ -13,6 +13,7 @@
 
 #include "host/services/Interrupts.hpp"
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
 
@@ -53,8 +54,8 @@ PlanFile describeFile(const std::u16string& file) {
   described.name = absoluteName(name);
   described.fingerprint = footer->fingerprint;
   try {
-    uint32_t length = static_cast<uint32_t>(footer->bytes->size());
-    const auto metadata = ::parquet::FileMetaData::Make(footer->bytes->data(), &length);
+    const auto metadata =
+        common::compat::DecodeFileMetaData(footer->bytes->data(), footer->bytes->size());
     for (int i = 0; i < metadata->num_row_groups(); ++i) {
       const auto rowGroup = metadata->RowGroup(i);
       described.rowGroups.push_back(i);
