@@ -81,6 +81,18 @@ bool isNestedTypeId(::arrow::Type::type id) {
 
 std::atomic<bool> gReadVariableByVariable{true};
 
+// Opens Parquet's Arrow reader over file, without pre-buffering: variables are read by
+// concurrent read calls, and pre-buffering keeps one cache of byte ranges per file that such
+// calls race on (newer releases turn it on by default).
+::arrow::Status openFileReader(std::shared_ptr<::arrow::io::RandomAccessFile> file,
+                               std::unique_ptr<::parquet::arrow::FileReader>* reader) {
+  ::parquet::arrow::FileReaderBuilder builder;
+  ARROW_RETURN_NOT_OK(builder.Open(std::move(file)));
+  ::parquet::ArrowReaderProperties properties;
+  properties.set_pre_buffer(false);
+  return builder.memory_pool(::arrow::default_memory_pool())->properties(properties)->Build(reader);
+}
+
 // Raises a failed conversion as the host sees it: a type the host cannot hold names its
 // variable, anything else is a read error of the file.
 [[noreturn]] void throwConversionFailure(const ::arrow::Status& status,
@@ -213,8 +225,7 @@ void ParquetReader::init(const std::u16string& filename) {
   auto file = common::makeReadableFilePtr(filename);
   mFilename = file->GetFilename();
 
-  const ::arrow::Status opened = guarded(
-      [&] { return common::compat::OpenFile(file, ::arrow::default_memory_pool(), &mFileReader); });
+  const ::arrow::Status opened = guarded([&] { return openFileReader(file, &mFileReader); });
   common::throwIfEncrypted(opened, *file, mFileReader.get(), mFilename);
   throwReadExceptIfNotOk(opened, mFilename);
 
