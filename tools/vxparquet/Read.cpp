@@ -15,8 +15,8 @@
 #include "host/converter/Display.hpp"
 #include "host/converter/HostValues.hpp"
 #include "host/except/Exception.hpp"
-#include "host/filter/Expression.hpp"
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
 namespace vxparquet {
@@ -25,9 +25,9 @@ namespace {
 
 namespace display = vantro::io::arrow::core::display;
 namespace hostvalues = vantro::io::arrow::core::host;
-using foundation::filter::Expression;
 using foundation::unicode::ustring_to_utf8;
 using foundation::unicode::utf8_to_ustring;
+using vantro::io::parquet::core::filter::Expression;
 using vantro::io::parquet::core::read::RowGroupParquetReader;
 
 enum class Format { kTable, kJson, kJsonLines, kCsv };
@@ -402,7 +402,7 @@ matrix::unique_array window(matrix::unique_array table, Window& rows) {
   const size_t count = display::RowCount(table.get());
   const auto positions = rows.take(count);
   if (positions.size() == count) return table;
-  return foundation::filter::takeRows(table.get(), positions);
+  return vantro::io::parquet::core::filter::takeRows(table.get(), positions);
 }
 
 void checkSameSchema(const FileRead& first, const FileRead& other, const std::string& firstFile,

@@ -24,10 +24,10 @@
 #include "Cli.hpp"
 #include "host/converter/Converter.hpp"
 #include "host/converter/HostValues.hpp"
-#include "host/filter/Expression.hpp"
 #include "host/services/Services.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 #include "toolbox/vantro/io/parquet/core/write/ParquetWriter.hpp"
 
@@ -305,7 +305,7 @@ bool hasCellColumns(const vxArray* table) {
 // One write per row group, so that Ctrl-C is noticed between row groups and the unfinished
 // file is discarded by the writer rather than cut off.
 void writeInRowGroups(ParquetWriter& writer, const vxArray* table, int64_t maxLength) {
-  const size_t rows = foundation::filter::rowCount(table);
+  const size_t rows = vantro::io::parquet::core::filter::rowCount(table);
   const auto length = static_cast<size_t>(maxLength);
   if (rows <= length || hasCellColumns(table)) {
     writer.write(table);
@@ -316,7 +316,7 @@ void writeInRowGroups(ParquetWriter& writer, const vxArray* table, int64_t maxLe
     checkInterrupt();
     positions.resize(std::min(length, rows - start));
     for (size_t i = 0; i < positions.size(); ++i) positions[i] = start + i;
-    const auto piece = foundation::filter::takeRows(table, positions);
+    const auto piece = vantro::io::parquet::core::filter::takeRows(table, positions);
     writer.write(piece.get());
   }
 }
