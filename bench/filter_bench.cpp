@@ -12,13 +12,13 @@
 #include <parquet/arrow/writer.h>
 
 #include "BenchUtil.hpp"
-#include "host/filter/Expression.hpp"
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
 namespace {
 
-using foundation::filter::Expression;
+using vantro::io::parquet::core::filter::Expression;
 using vantro::io::parquet::core::read::RowGroupParquetReader;
 
 void writeSortedFile(const std::string& path, int64_t rows) {
@@ -67,7 +67,8 @@ int main(int argc, char** argv) {
       [&] {
         RowGroupParquetReader reader(file, std::vector<double>{});
         auto table = reader.readFullFile();
-        fullMatches = foundation::filter::rowCount(filter.filterRows(table.get()).get());
+        fullMatches =
+            vantro::io::parquet::core::filter::rowCount(filter.filterRows(table.get()).get());
       },
       repetitions);
   size_t rowGroupsRead = 0;
@@ -85,16 +86,18 @@ int main(int argc, char** argv) {
         }
         rowGroupsRead = chosen.size();
         auto table = reader.readRowGroups(chosen);
-        filteredMatches = foundation::filter::rowCount(filter.filterRows(table.get()).get());
+        filteredMatches =
+            vantro::io::parquet::core::filter::rowCount(filter.filterRows(table.get()).get());
       },
       repetitions);
   const auto head = vxbench::measure(
       [&] {
         RowGroupParquetReader reader(file, std::vector<double>{});
         auto table = reader.readRowGroups({1});
-        std::vector<size_t> first(std::min<size_t>(10, foundation::filter::rowCount(table.get())));
+        std::vector<size_t> first(
+            std::min<size_t>(10, vantro::io::parquet::core::filter::rowCount(table.get())));
         for (size_t i = 0; i < first.size(); ++i) first[i] = i;
-        (void)foundation::filter::takeRows(table.get(), first);
+        (void)vantro::io::parquet::core::filter::takeRows(table.get(), first);
       },
       repetitions);
 

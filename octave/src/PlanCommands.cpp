@@ -21,9 +21,9 @@ namespace vantro::octave {
 namespace {
 
 namespace plan = vantro::io::parquet::core::plan;
-using foundation::filter::Expression;
 using foundation::unicode::ustring_to_utf8;
 using foundation::unicode::utf8_to_ustring;
+using vantro::io::parquet::core::filter::Expression;
 
 [[noreturn]] void invalid(const std::string& message) {
   throw TranslationError{"VANTRO:octave:InvalidArgument", message};

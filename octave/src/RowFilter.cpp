@@ -23,19 +23,19 @@ std::vector<std::string> utf8Names(const std::vector<std::u16string>& names) {
 
 }  // namespace
 
-std::optional<foundation::filter::Expression> whereOf(const mxArray* options,
-                                                      const RowGroupParquetReader& reader) {
+std::optional<vantro::io::parquet::core::filter::Expression> whereOf(
+    const mxArray* options, const RowGroupParquetReader& reader) {
   const auto text = optionOf(options, "Where");
   if (!text) return std::nullopt;
   // The parser refuses nesting deep enough to exhaust the interpreter thread's stack.
-  auto where = foundation::filter::Expression::parse(textOf(*text, "Where"));
+  auto where = vantro::io::parquet::core::filter::Expression::parse(textOf(*text, "Where"));
   where.check(utf8Names(reader.getVariableNames()), reader.getVariableTypes());
   return where;
 }
 
 void selectForFilter(RowGroupParquetReader& reader,
                      const std::optional<std::vector<std::u16string>>& requested,
-                     const foundation::filter::Expression& where) {
+                     const vantro::io::parquet::core::filter::Expression& where) {
   if (!requested) return;  // Every variable is selected already.
   std::vector<std::u16string> names = *requested;
   for (const auto& name : where.variables()) {
@@ -45,9 +45,9 @@ void selectForFilter(RowGroupParquetReader& reader,
   reader.setSelectedVariableNames(names);
 }
 
-std::vector<double> keepPossibleRowGroups(RowGroupParquetReader& reader,
-                                          const foundation::filter::Expression& where,
-                                          const std::vector<double>& rowGroups) {
+std::vector<double> keepPossibleRowGroups(
+    RowGroupParquetReader& reader, const vantro::io::parquet::core::filter::Expression& where,
+    const std::vector<double>& rowGroups) {
   const std::vector<std::string> fileNames = utf8Names(reader.getVariableNames());
   const std::vector<std::string> variables = where.variables();
   std::vector<int> indices;
@@ -65,7 +65,8 @@ std::vector<double> keepPossibleRowGroups(RowGroupParquetReader& reader,
   return kept;
 }
 
-matrix::unique_array filterTable(const vxArray* table, const foundation::filter::Expression& where,
+matrix::unique_array filterTable(const vxArray* table,
+                                 const vantro::io::parquet::core::filter::Expression& where,
                                  const std::optional<std::vector<std::u16string>>& requested) {
   matrix::unique_array filtered = where.filterRows(table);
   if (!requested) return filtered;

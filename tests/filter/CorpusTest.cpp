@@ -9,14 +9,14 @@
 #include <gtest/gtest.h>
 
 #include "host/converter/HostValues.hpp"
-#include "host/filter/Expression.hpp"
 #include "tests/support/TestSupport.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
 namespace {
 
 namespace hostvalues = vantro::io::arrow::core::host;
-using foundation::filter::Expression;
+using vantro::io::parquet::core::filter::Expression;
 using vantro::io::parquet::core::read::RowGroupParquetReader;
 
 // A constant naming row `row` of a host column, for numbers and texts; empty otherwise.
@@ -73,8 +73,9 @@ TEST(FilterCorpus, NoRowGroupWithAMatchIsSkipped) {
         for (double g = 1; g <= groups; ++g) {
           auto table = reader.readRowGroups({g});
           const vxArray* column = vxGetCell(vxGetField(table.get(), 0, hostvalues::kColumns), 0);
-          const std::string constant =
-              foundation::filter::rowCount(table.get()) > 0 ? constantOf(column, 0) : "";
+          const std::string constant = vantro::io::parquet::core::filter::rowCount(table.get()) > 0
+                                           ? constantOf(column, 0)
+                                           : "";
           if (constant.empty()) continue;
           const std::string text = "`" + names[v] + "` == " + constant;
           const Expression filter = Expression::parse(text);
@@ -89,7 +90,8 @@ TEST(FilterCorpus, NoRowGroupWithAMatchIsSkipped) {
               << file << ": " << text << " skipped row group " << g << ": "
               << choices[static_cast<size_t>(g) - 1].reason;
           // The row the constant came from matches.
-          EXPECT_GE(foundation::filter::rowCount(filter.filterRows(table.get()).get()), 1u)
+          EXPECT_GE(
+              vantro::io::parquet::core::filter::rowCount(filter.filterRows(table.get()).get()), 1u)
               << file << ": " << text;
           ++checked;
         }

@@ -8,12 +8,12 @@
 #include <gtest/gtest.h>
 
 #include "host/converter/Converter.hpp"
-#include "host/filter/Expression.hpp"
 #include "tests/support/TestSupport.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
 
 namespace {
 
-using foundation::filter::Expression;
+using vantro::io::parquet::core::filter::Expression;
 
 // a: 0..7 with a null at row 8; t: texts; d: dates; f: doubles with a NaN; ok: logicals.
 matrix::unique_array sampleTable() {
@@ -200,7 +200,7 @@ TEST(FilterExpression, CheckAgainstTheFileRefusesBeforeReading) {
 TEST(FilterExpression, FilterRowsKeepsEveryVariableAndOnlyMatchingRows) {
   const auto table = sampleTable();
   const auto filtered = Expression::parse("a in (1, 4) or a is null").filterRows(table.get());
-  EXPECT_EQ(foundation::filter::rowCount(filtered.get()), 3u);
+  EXPECT_EQ(vantro::io::parquet::core::filter::rowCount(filtered.get()), 3u);
   auto back = vantro::io::arrow::core::to_arrow_table(filtered.get());
   ASSERT_TRUE(back.ok()) << back.status().ToString();
   EXPECT_EQ((*back)->num_columns(), 5);

@@ -8,14 +8,14 @@
 #include <arrow/api.h>
 #include <gtest/gtest.h>
 
-#include "host/filter/Expression.hpp"
 #include "tests/support/TestSupport.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
 namespace {
 
-using foundation::filter::Expression;
-using foundation::filter::RowGroupChoice;
+using vantro::io::parquet::core::filter::Expression;
+using vantro::io::parquet::core::filter::RowGroupChoice;
 using vantro::io::parquet::core::read::RowGroupParquetReader;
 
 constexpr int64_t kRows = 1000;

@@ -20,18 +20,18 @@
 #include "Split.hpp"
 #include "host/converter/Converter.hpp"
 #include "host/except/Exception.hpp"
-#include "host/filter/Expression.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
 namespace vxparquet {
 
 namespace {
 
-using foundation::filter::Expression;
 using foundation::unicode::ustring_to_utf8;
 using foundation::unicode::utf8_to_ustring;
+using vantro::io::parquet::core::filter::Expression;
 using vantro::io::parquet::core::read::RowGroupParquetReader;
 
 enum class Format { kTable, kJson, kJsonLines, kCsv };
@@ -124,11 +124,11 @@ void parseCommon(const Arguments& args, ReadRequest& request) {
 }
 
 ReadRequest parseRead(const std::vector<std::string>& words) {
-  const Arguments args(words,
-                       {"--vars", "--row-groups", "--byte-range", "--where", "--limit", "--offset",
-                        "--format", "--delimiter", "--missing", "--split", "--task", "--root"},
-                       {"--each", "--json", "--explain", "--recursive", "--with-file",
-                        "--no-header"});
+  const Arguments args(
+      words,
+      {"--vars", "--row-groups", "--byte-range", "--where", "--limit", "--offset", "--format",
+       "--delimiter", "--missing", "--split", "--task", "--root"},
+      {"--each", "--json", "--explain", "--recursive", "--with-file", "--no-header"});
   if (args.positional().empty() && !args.value("--task")) {
     throw UsageError{"read needs at least one FILE"};
   }

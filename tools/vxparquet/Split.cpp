@@ -8,17 +8,17 @@
 #include "Cli.hpp"
 #include "Files.hpp"
 #include "host/except/Exception.hpp"
-#include "host/filter/Expression.hpp"
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
 namespace vxparquet {
 namespace {
 
 namespace plan = vantro::io::parquet::core::plan;
-using foundation::filter::Expression;
 using foundation::unicode::ustring_to_utf8;
 using foundation::unicode::utf8_to_ustring;
+using vantro::io::parquet::core::filter::Expression;
 using vantro::io::parquet::core::read::RowGroupParquetReader;
 
 std::optional<uint64_t> environmentNumber(const char* name) {

@@ -29,6 +29,7 @@
 #include "host/services/Threads.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 #include "toolbox/vantro/io/parquet/core/write/ParquetWriter.hpp"
 

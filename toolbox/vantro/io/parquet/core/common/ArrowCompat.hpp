@@ -32,6 +32,18 @@ inline ::arrow::Status OpenFile(std::shared_ptr<::arrow::io::RandomAccessFile> f
 #endif
 }
 
+// Parquet's Arrow reader over a Parquet reader already open, into *out.
+inline ::arrow::Status MakeFileReader(::arrow::MemoryPool* pool,
+                                      std::unique_ptr<::parquet::ParquetFileReader> reader,
+                                      std::unique_ptr<::parquet::arrow::FileReader>* out) {
+#if ARROW_VERSION_MAJOR >= 19
+  ARROW_ASSIGN_OR_RAISE(*out, ::parquet::arrow::FileReader::Make(pool, std::move(reader)));
+  return ::arrow::Status::OK();
+#else
+  return ::parquet::arrow::FileReader::Make(pool, std::move(reader), out);
+#endif
+}
+
 // Reads of Parquet's Arrow reader into *out; newer releases return the table as a Result.
 #if ARROW_VERSION_MAJOR >= 24
 #define VX_COMPAT_READ(call)         \

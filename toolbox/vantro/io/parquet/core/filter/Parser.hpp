@@ -1,13 +1,13 @@
 #pragma once
 
-// Text to the parsed form of a row filter (internal to host/filter).
+// Text to the parsed form of a row filter (internal to the row filter).
 #include <memory>
 #include <optional>
 #include <string_view>
 
-#include "host/filter/Node.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Node.hpp"
 
-namespace foundation::filter {
+namespace vantro::io::parquet::core::filter {
 
 // Throws InvalidExpression, saying what was expected where.
 std::unique_ptr<Node> parseFilterText(std::string_view text);
@@ -16,4 +16,4 @@ std::unique_ptr<Node> parseFilterText(std::string_view text);
 // text is not such a date. hasOffset tells whether the text named its offset.
 std::optional<Instant> parseIsoInstant(std::string_view text, bool* hasOffset = nullptr);
 
-}  // namespace foundation::filter
+}  // namespace vantro::io::parquet::core::filter

@@ -5,7 +5,7 @@
 
 #include "host/except/Exception.hpp"
 
-namespace foundation::filter {
+namespace vantro::io::parquet::core::filter {
 
 namespace keys {
 struct InvalidExpression {};
@@ -17,11 +17,11 @@ struct InvalidTable {};
 
 inline constexpr const char* kFilterComponent = "VANTRO:filter";
 
-using InvalidExpressionError = core::except::Exception<keys::InvalidExpression>;
-using UnknownVariableError = core::except::Exception<keys::UnknownVariable>;
-using TypeMismatchError = core::except::Exception<keys::TypeMismatch>;
-using UnsupportedVariableError = core::except::Exception<keys::UnsupportedVariable>;
-using InvalidTableError = core::except::Exception<keys::InvalidTable>;
+using InvalidExpressionError = ::foundation::core::except::Exception<keys::InvalidExpression>;
+using UnknownVariableError = ::foundation::core::except::Exception<keys::UnknownVariable>;
+using TypeMismatchError = ::foundation::core::except::Exception<keys::TypeMismatch>;
+using UnsupportedVariableError = ::foundation::core::except::Exception<keys::UnsupportedVariable>;
+using InvalidTableError = ::foundation::core::except::Exception<keys::InvalidTable>;
 
 // Arguments: the filter text, what is wrong with it.
 [[noreturn]] inline void throwInvalidExpression(const std::string& text, const std::string& what) {
@@ -33,4 +33,4 @@ using InvalidTableError = core::except::Exception<keys::InvalidTable>;
   throw InvalidTableError(kFilterComponent, "InvalidTable", {what});
 }
 
-}  // namespace foundation::filter
+}  // namespace vantro::io::parquet::core::filter

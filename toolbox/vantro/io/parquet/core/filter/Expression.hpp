@@ -30,8 +30,8 @@
 //   "VANTRO:filter:InvalidTable"        filterRows given something that is not a host table
 //                                       holding every variable of the filter
 //
-// Use (link the library `vxfilter`):
-//   auto filter = foundation::filter::Expression::parse(text);
+// Use (part of the library `vantro_parquet`):
+//   auto filter = vantro::io::parquet::core::filter::Expression::parse(text);
 //   filter.check(variableNames, reader.getVariableTypes());        // before reading anything
 //   auto statistics = reader.getStatistics(indicesOf(filter.variables()));
 //   auto choices = filter.chooseRowGroups(statistics, filter.variables(),
@@ -51,7 +51,7 @@
 #include "host/matrix/Matrix.hpp"
 #include "toolbox/vantro/io/parquet/core/read/Statistics.hpp"
 
-namespace foundation::filter {
+namespace vantro::io::parquet::core::filter {
 
 struct Node;
 
@@ -114,4 +114,4 @@ matrix::unique_array takeRows(const vxArray* tableOrColumn, const std::vector<si
 // The number of rows of a host table or column.
 size_t rowCount(const vxArray* tableOrColumn);
 
-}  // namespace foundation::filter
+}  // namespace vantro::io::parquet::core::filter

@@ -1,6 +1,6 @@
-#include "host/filter/Node.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Node.hpp"
 
-namespace foundation::filter {
+namespace vantro::io::parquet::core::filter {
 
 namespace {
 
@@ -89,4 +89,4 @@ std::string describeLeaf(const Node& leaf) {
   }
 }
 
-}  // namespace foundation::filter
+}  // namespace vantro::io::parquet::core::filter

@@ -4,10 +4,10 @@
 #include <vector>
 
 #include "host/converter/HostValues.hpp"
-#include "host/filter/Errors.hpp"
-#include "host/filter/Expression.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Errors.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
 
-namespace foundation::filter {
+namespace vantro::io::parquet::core::filter {
 
 namespace {
 
@@ -182,4 +182,4 @@ matrix::unique_array takeRows(const vxArray* value, const std::vector<size_t>& r
   return takeObjectRows(value, rows);
 }
 
-}  // namespace foundation::filter
+}  // namespace vantro::io::parquet::core::filter

@@ -1,4 +1,4 @@
-#include "host/filter/ColumnComparer.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/ColumnComparer.hpp"
 
 #include <cmath>
 #include <cstdio>
@@ -7,10 +7,10 @@
 #include <limits>
 
 #include "host/converter/HostValues.hpp"
-#include "host/filter/Errors.hpp"
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Errors.hpp"
 
-namespace foundation::filter {
+namespace vantro::io::parquet::core::filter {
 
 namespace {
 
@@ -260,8 +260,9 @@ ColumnComparer::ColumnComparer(const vxArray* column, const std::vector<Constant
     mNumbers.push_back(mKind == ValueKind::kNumber || mKind == ValueKind::kLogical
                            ? numberAs(constant, mClass)
                            : 0);
-    mTexts.push_back(mKind == ValueKind::kText ? unicode::utf8_to_ustring(constant.text)
-                                               : std::u16string());
+    mTexts.push_back(mKind == ValueKind::kText
+                         ? ::foundation::unicode::utf8_to_ustring(constant.text)
+                         : std::u16string());
     mInstants.push_back(constant.instant.value_or(Instant{}));
   }
 }
@@ -337,7 +338,7 @@ std::string ColumnComparer::valueText(size_t row) const {
       if (mOffsets == nullptr) return mCategoryTexts[static_cast<size_t>(number(row))];
       const std::u16string units(reinterpret_cast<const char16_t*>(mUnits + mOffsets[row]),
                                  mOffsets[row + 1] - mOffsets[row]);
-      return "'" + unicode::ustring_to_utf8(units) + "'";
+      return "'" + ::foundation::unicode::ustring_to_utf8(units) + "'";
     }
     case ValueKind::kDatetime: {
       const int64_t ticks = static_cast<const int64_t*>(mData)[row];
@@ -371,4 +372,4 @@ std::string ColumnComparer::valueText(size_t row) const {
   }
 }
 
-}  // namespace foundation::filter
+}  // namespace vantro::io::parquet::core::filter

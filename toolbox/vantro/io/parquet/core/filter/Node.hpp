@@ -1,13 +1,13 @@
 #pragma once
 
-// The parsed form of a row filter (internal to host/filter).
+// The parsed form of a row filter (internal to the row filter).
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace foundation::filter {
+namespace vantro::io::parquet::core::filter {
 
 // A point in time: whole seconds since 1970-01-01T00:00:00 and the nanoseconds after them.
 struct Instant {
@@ -48,4 +48,4 @@ std::unique_ptr<Node> withoutNot(const Node& node, bool negate = false);
 // The leaf as text, e.g. "x >= 5", "x in (1, 2)", "x is not null".
 std::string describeLeaf(const Node& leaf);
 
-}  // namespace foundation::filter
+}  // namespace vantro::io::parquet::core::filter

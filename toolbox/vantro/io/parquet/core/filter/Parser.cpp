@@ -1,13 +1,13 @@
-#include "host/filter/Parser.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Parser.hpp"
 
 #include <cctype>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "host/filter/Errors.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Errors.hpp"
 
-namespace foundation::filter {
+namespace vantro::io::parquet::core::filter {
 
 namespace {
 
@@ -503,4 +503,4 @@ std::optional<Instant> parseIsoInstant(std::string_view text, bool* hasOffset) {
 
 std::unique_ptr<Node> parseFilterText(std::string_view text) { return Parser(text).parse(); }
 
-}  // namespace foundation::filter
+}  // namespace vantro::io::parquet::core::filter

@@ -1,4 +1,4 @@
-#include "host/filter/Expression.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
 
 #include <algorithm>
 #include <map>
@@ -6,12 +6,12 @@
 #include <utility>
 
 #include "host/converter/HostValues.hpp"
-#include "host/filter/ColumnComparer.hpp"
-#include "host/filter/Errors.hpp"
-#include "host/filter/Node.hpp"
-#include "host/filter/Parser.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/ColumnComparer.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Errors.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Node.hpp"
+#include "toolbox/vantro/io/parquet/core/filter/Parser.hpp"
 
-namespace foundation::filter {
+namespace vantro::io::parquet::core::filter {
 
 namespace {
 
@@ -193,7 +193,7 @@ class RowGroupJudge {
     if (values == nullptr) return std::nullopt;
     try {
       return ColumnComparer(values, leaf.constants, leaf.variable);
-    } catch (const core::except::IMsgIDException&) {
+    } catch (const ::foundation::core::except::IMsgIDException&) {
       return std::nullopt;
     }
   }
@@ -374,4 +374,4 @@ matrix::unique_array Expression::filterRows(const vxArray* table) const {
   return takeRows(table, rows);
 }
 
-}  // namespace foundation::filter
+}  // namespace vantro::io::parquet::core::filter

@@ -1,15 +1,15 @@
 #pragma once
 
-// One host column seen through a filter leaf's constants (internal to host/filter): which rows
+// One host column seen through a filter leaf's constants (internal to the row filter): which rows
 // are missing and how each row's value orders against each constant, exactly.
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "host/filter/Node.hpp"
 #include "host/matrix/matrix.h"
+#include "toolbox/vantro/io/parquet/core/filter/Node.hpp"
 
-namespace foundation::filter {
+namespace vantro::io::parquet::core::filter {
 
 // How a host type compares, or kNone when it cannot be filtered.
 enum class ValueKind { kNone, kNumber, kLogical, kText, kDatetime, kCellNullOnly };
@@ -63,4 +63,4 @@ class ColumnComparer {
   std::vector<Instant> mInstants;      // datetime constants
 };
 
-}  // namespace foundation::filter
+}  // namespace vantro::io::parquet::core::filter
