@@ -78,6 +78,8 @@ std::vector<uint64_t> getNumRowGroupsAsync(std::vector<std::u16string> files) {
   work();
   for (auto& thread : threads) thread.join();
   if (failure) std::rethrow_exception(failure);
+  // The helpers may have taken every file: the signal thread still answers a pending interrupt.
+  if (utIsSignalThread() != 0) utInterruptState::ThrowIfInterruptPending();
   std::vector<std::u16string>().swap(files);
   return counts;
 }
