@@ -107,9 +107,10 @@ struct Outcome {
   std::string error;  // "<identifier>: <text>" of a failure
 };
 
-Outcome runCommand(const std::string& command, const std::vector<std::string>& words) {
+Outcome runCommand(const std::string& command, std::vector<std::string> words) {
   vxparquet::setCurrentCommand(command);
   try {
+    vxparquet::takeThreadsOption(words);
     if (command == "read") return {vxparquet::runRead(words), ""};
     throw vxparquet::UsageError{"unknown command '" + command + "' (only read runs over ranks)"};
   } catch (const vxparquet::UsageError& e) {

@@ -2,6 +2,7 @@
 
 #include "host/converter/Display.hpp"
 #include "host/services/Interrupts.hpp"
+#include "host/services/Services.hpp"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -199,6 +200,31 @@ void Progress::step(uint64_t done, uint64_t rows, uint64_t bytes) {
 void Progress::finish() {
   if (mShown) std::fputs("\r\033[K", stderr);
   mShown = false;
+}
+
+// "--threads N" (or "--threads=N"), taken by every command: the host's thread count for
+// Arrow's pool, the conversions and counting. 0 restores the default (the CPUs the process may
+// use). Removed from words before the command reads them.
+void takeThreadsOption(std::vector<std::string>& words) {
+  for (size_t i = 0; i < words.size(); ++i) {
+    if (words[i] == "--") return;
+    std::optional<std::string> value;
+    size_t taken = 1;
+    if (words[i] == "--threads") {
+      if (i + 1 >= words.size()) throw UsageError{"--threads needs a value"};
+      value = words[i + 1];
+      taken = 2;
+    } else if (words[i].rfind("--threads=", 0) == 0) {
+      value = words[i].substr(10);
+    }
+    if (!value) continue;
+    const uint64_t count = parseCount(*value, "--threads", /*allowZero=*/true);
+    if (count > 65536) throw UsageError{"--threads takes at most 65536"};
+    foundation::services::setNumComputationalThreads(static_cast<int64_t>(count));
+    words.erase(words.begin() + static_cast<std::ptrdiff_t>(i),
+                words.begin() + static_cast<std::ptrdiff_t>(i + taken));
+    --i;
+  }
 }
 
 }  // namespace vxparquet

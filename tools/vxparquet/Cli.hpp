@@ -55,6 +55,11 @@ void setCurrentCommand(const std::string& command);
 // text repeats ("Unable to read 'x'. Unable to read 'x'. ...") said once.
 void reportError(const std::string& identifier, const std::string& message);
 
+// Takes "--threads N" (or "--threads=N") out of a command's words and sets the host's thread
+// count from it (0: the default, the CPUs the process may use). Throws UsageError for a bad
+// value.
+void takeThreadsOption(std::vector<std::string>& words);
+
 // Polls Ctrl-C between pieces of work (row groups, files); throws the host's interrupt.
 void checkInterrupt();
 

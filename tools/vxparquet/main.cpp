@@ -108,31 +108,6 @@ void startInterruptWatch() {
   if (watchdog.joinable()) watchdog.detach();
 }
 
-// "--threads N" (or "--threads=N"), taken by every command: the host's thread count for
-// Arrow's pool, the conversions and counting. 0 restores the default (the CPUs the process may
-// use). Removed from words before the command reads them.
-void takeThreadsOption(std::vector<std::string>& words) {
-  for (size_t i = 0; i < words.size(); ++i) {
-    if (words[i] == "--") return;
-    std::optional<std::string> value;
-    size_t taken = 1;
-    if (words[i] == "--threads") {
-      if (i + 1 >= words.size()) throw vxparquet::UsageError{"--threads needs a value"};
-      value = words[i + 1];
-      taken = 2;
-    } else if (words[i].rfind("--threads=", 0) == 0) {
-      value = words[i].substr(10);
-    }
-    if (!value) continue;
-    const uint64_t count = vxparquet::parseCount(*value, "--threads", /*allowZero=*/true);
-    if (count > 65536) throw vxparquet::UsageError{"--threads takes at most 65536"};
-    foundation::services::setNumComputationalThreads(static_cast<int64_t>(count));
-    words.erase(words.begin() + static_cast<std::ptrdiff_t>(i),
-                words.begin() + static_cast<std::ptrdiff_t>(i + taken));
-    --i;
-  }
-}
-
 bool isHelp(const std::string& word) { return word == "--help" || word == "-h"; }
 
 int printHelp(const std::string& command) {
@@ -209,7 +184,7 @@ int main(int argc, char** argv) {
     if (isHelp(word) && !vxparquet::commandHelp(args[0]).empty()) return printHelp(args[0]);
   }
   try {
-    takeThreadsOption(words);
+    vxparquet::takeThreadsOption(words);
     return finish(dispatch(args[0], words));
   } catch (const vxparquet::UsageError& e) {
     const std::string help = vxparquet::commandHelp(args[0]).empty()
