@@ -35,7 +35,9 @@
 ##
 ## The file appears only when the write has succeeded: it is written to a hidden temporary
 ## file in the same folder and renamed over @var{file} at the end, so a failed or
-## interrupted write leaves any previous file untouched.
+## interrupted write leaves any previous file untouched.  Ctrl-C raises the error
+## @code{VANTRO:host:Interrupted}; when it comes as the rename is under way, the file is
+## already the new one.
 ##
 ## Options:
 ## @table @asis

@@ -59,6 +59,14 @@ bool run(int nout, mxArray* out[], int count, const mxArray* args[], Failure& fa
     }
     InterruptBridge bridge;
     command(nout, out, count - 1, args + 1);
+    // Ctrl-C after the library's last look at the host state (a write's final rename, the copy
+    // of a result into Octave's arrays): left pending, Octave would stop the caller with an
+    // interrupt that try/catch cannot see. Reported as the library's interrupt instead; a write
+    // has then either replaced the file whole or left it as it was.
+    if (InterruptBridge::octaveRequested()) {
+      throw foundation::core::except::InterruptException(foundation::core::except::kHostComponent,
+                                                         "Interrupted", {});
+    }
     return true;
   } catch (const foundation::core::except::InterruptException& e) {
     InterruptBridge::consumeOctaveRequest();
