@@ -39,15 +39,20 @@ TEST(CountCommand, FoldersGlobsAndOneBadFile) {
   ASSERT_EQ(::mkdir(dir.file("sub").c_str(), 0700), 0);
   vxtest::writeSimpleFile(dir, "sub/b.parquet", 5, 10);
   vxtest::writeBytes(dir.file("notes.txt"), "not parquet");
-  // A folder: its own *.parquet files, those of subfolders only with --recursive.
-  auto result = vxtest::runVxparquet("count " + dir.path());
-  EXPECT_EQ(result.out, "2\t20\t" + dir.file("a.parquet") + "\n");
-  result = vxtest::runVxparquet("count --recursive " + dir.path());
-  EXPECT_EQ(result.out, "2\t20\t" + dir.file("a.parquet") + "\n1\t5\t" + dir.file("sub/b.parquet") +
-                            "\n3\t25\ttotal of 2 files\n");
-  result = vxtest::runVxparquet("count '" + dir.path() + "/*/*.parquet'");
+  // A folder: its files and those of its subfolders (--recursive is accepted, and the same);
+  // a file in it that is not Parquet is reported like any bad file.
+  for (const std::string flag : {"", "--recursive "}) {
+    auto result = vxtest::runVxparquet("count " + flag + dir.path());
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.out, "2\t20\t" + dir.file("a.parquet") + "\n1\t5\t" +
+                              dir.file("sub/b.parquet") + "\n3\t25\ttotal of 2 files (1 failed)\n");
+  }
+  auto result = vxtest::runVxparquet("count '" + dir.path() + "/*/*.parquet'");
   EXPECT_EQ(result.out, "1\t5\t" + dir.file("sub/b.parquet") + "\n");
   EXPECT_EQ(vxtest::runVxparquet("count '" + dir.path() + "/*.csv'").exitCode, 1);
+  result = vxtest::runVxparquet("count '" + dir.path() + "/**/*.parquet'");
+  EXPECT_EQ(result.out, "2\t20\t" + dir.file("a.parquet") + "\n1\t5\t" + dir.file("sub/b.parquet") +
+                            "\n3\t25\ttotal of 2 files\n");
 
   // One bad file is reported with its identifier; the others still count (exit 1).
   result = vxtest::runVxparquet("count " + dir.file("a.parquet") + " " + dir.file("notes.txt") +

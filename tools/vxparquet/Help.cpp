@@ -12,16 +12,23 @@ std::string commandHelp(const std::string& command) {
        "usage: vxparquet count FILE|FOLDER|GLOB... [options]\n"
        "  --json          one JSON document: each file's row groups and rows, and the total\n"
        "  --sequential    count the files one after another instead of in parallel\n"
-       "  --recursive     look for *.parquet files in subfolders of FOLDER too\n"
        "  --strict        stop at the first file that cannot be counted\n"
-       "example: vxparquet count data/ 'logs/*.parquet' --json\n"},
+       "  --skip-bad-files  leave out, with a warning, files of FOLDER or GLOB that are\n"
+       "                  dangling links, unreadable or not Parquet\n"
+       "  --where EXPR    the rows of the whole dataset where EXPR holds, from statistics where\n"
+       "                  they decide, reading otherwise (then --partitioning as for read)\n"
+       "  --explain       with --where: which row groups statistics decided and which were read\n"
+       "example: vxparquet count data/ 'logs/*.parquet' --json\n"
+       "         vxparquet count data/ --where \"year = 2024 and x > 5\" --explain\n"},
       {"info",
        "usage: vxparquet info FILE|FOLDER|GLOB... [options]\n"
        "  --json          the summary as one JSON document\n"
        "  --row-groups    per row group and column: sizes, compression and every encoding\n"
        "  --schema        the tree of nested variables\n"
-       "  --recursive     look for *.parquet files in subfolders of FOLDER too\n"
-       "  --strict        stop at the first file that cannot be read\n"
+       "  --strict        stop at the first file that cannot be read, or whose variables\n"
+       "                  differ from the first file's\n"
+       "  --skip-bad-files, --partitioning none|hive   as for read\n"
+       "Several files end with the dataset they make: its variables by name and their types.\n"
        "example: vxparquet info data.parquet --row-groups\n"},
       {"read",
        "usage: vxparquet read FILE|FOLDER|GLOB... [options]\n"
@@ -39,21 +46,29 @@ std::string commandHelp(const std::string& command) {
        "  --missing TEXT      csv: text of a missing value (default empty; an empty text is \"\")\n"
        "  --no-header         csv: no header line\n"
        "  --with-file         add a variable 'file' naming each row's source file\n"
-       "  --recursive         look for *.parquet files in subfolders of FOLDER too\n"
-       "example: vxparquet read data.parquet --where \"day >= 2024-01-01\" --format jsonl\n"},
+       "  --partitioning P    hive (default: key=value folders are variables) or none\n"
+       "  --strict            every file must have the same variables, in order, of one type\n"
+       "  --skip-bad-files    leave out, with a warning, files of FOLDER or GLOB that are\n"
+       "                      dangling links, unreadable or not Parquet\n"
+       "A FOLDER (with its subfolders), a GLOB ('data/**/*.parquet') or several files are read\n"
+       "as one dataset: variables matched by name, narrower types widened where no value\n"
+       "changes, a variable a file lacks missing in its rows; files in name order.\n"
+       "example: vxparquet read data.parquet --where \"day >= 2024-01-01\" --format jsonl\n"
+       "         vxparquet read sales/ --where \"year = 2024\" --vars id,amount,year\n"},
       {"head",
-       "usage: vxparquet head FILE [options]\n"
+       "usage: vxparquet head FILE|FOLDER|GLOB... [options]\n"
        "  -n N, --rows N      the first N rows (default 10)\n"
        "  --vars a,b          only these variables\n"
        "  --where EXPR        the first rows where EXPR holds\n"
        "  --format F          table (default), json, jsonl or csv\n"
        "  --delimiter C, --missing TEXT, --no-header   csv options, as for read\n"
+       "  --partitioning P, --strict, --skip-bad-files  datasets, as for read\n"
        "example: vxparquet head data.parquet -n 5 --format csv\n"},
       {"stats",
        "usage: vxparquet stats FILE|FOLDER|GLOB... [options]\n"
        "  --vars a,b      only these variables (default: every filterable one)\n"
        "  --json          one JSON document (an array of them for several files)\n"
-       "  --recursive     look for *.parquet files in subfolders of FOLDER too\n"
+       "  --skip-bad-files  as for read\n"
        "example: vxparquet stats data.parquet --vars id,day\n"},
       {"plan",
        "usage: vxparquet plan FILE|FOLDER|GLOB... -n N [options]\n"
@@ -62,7 +77,6 @@ std::string commandHelp(const std::string& command) {
        "  --where EXPR        leave out the row groups whose statistics rule EXPR out, and\n"
        "                      carry EXPR in each task\n"
        "  --vars a,b          carry this selection in each task\n"
-       "  --recursive         look for *.parquet files in subfolders of FOLDER too\n"
        "Each task names its files relative to a root folder and with a fingerprint of each\n"
        "file: read it with 'vxparquet read --task FILE' (--root DIR where the data moved).\n"
        "example: vxparquet plan data/ -n 100 > tasks.jsonl\n"},

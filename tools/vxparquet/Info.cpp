@@ -27,6 +27,7 @@ namespace {
 
 using foundation::unicode::ustring_to_utf8;
 using foundation::unicode::utf8_to_ustring;
+using vantro::io::parquet::core::dataset::Dataset;
 using vantro::io::parquet::core::info::ParquetInfo;
 namespace display = vantro::io::arrow::core::display;
 
@@ -342,14 +343,58 @@ void printText(const ParquetInfo& info, const std::vector<VariableSummary>& vari
   }
 }
 
+// The dataset's variables as one table reads them: the union of the files' by name, then
+// the partition variables.
+struct DatasetVariable {
+  std::string name, type;
+  bool partition;
+};
+std::vector<DatasetVariable> datasetVariables(const Dataset& dataset) {
+  const auto names = dataset.variableNames();
+  const auto types = dataset.variableTypes();
+  std::vector<DatasetVariable> variables;
+  for (size_t i = 0; i < names.size(); ++i) {
+    variables.push_back({names[i], types[i], dataset.partitionIndex(names[i]) >= 0});
+  }
+  return variables;
+}
+
+std::string datasetJson(const Dataset& dataset) {
+  std::string text = "{\"files\": " + std::to_string(dataset.fileCount()) +
+                     ", \"rows\": " + std::to_string(dataset.rowCount()) +
+                     ", \"rowGroups\": " + std::to_string(dataset.rowGroupCount()) +
+                     ", \"variables\": [";
+  bool first = true;
+  for (const auto& v : datasetVariables(dataset)) {
+    text += (first ? "" : ", ") + std::string("{\"name\": ") + jsonString(v.name) +
+            ", \"hostType\": " + jsonString(v.type) +
+            ", \"partition\": " + (v.partition ? "true" : "false") + "}";
+    first = false;
+  }
+  return text + "]}";
+}
+
+void printDatasetText(const Dataset& dataset) {
+  std::printf("\nAs one dataset: %zu files, %llu rows, %llu row groups\n", dataset.fileCount(),
+              static_cast<unsigned long long>(dataset.rowCount()),
+              static_cast<unsigned long long>(dataset.rowGroupCount()));
+  std::vector<std::vector<std::string>> rows = {{"Name", "Host type", "From"}};
+  for (const auto& v : datasetVariables(dataset)) {
+    rows.push_back({display::EscapeControl(v.name), v.type, v.partition ? "folders" : "files"});
+  }
+  printTable(rows, "  ");
+}
+
 }  // namespace
 
 int runInfo(const std::vector<std::string>& words) {
-  const Arguments args(words, {},
-                       {"--json", "--row-groups", "--schema", "--recursive", "--strict"});
+  const Arguments args(
+      words, {kPartitioningOption},
+      {"--json", "--row-groups", "--schema", "--recursive", kStrictFlag, kSkipBadFilesFlag});
   if (args.positional().empty()) throw UsageError{"info needs at least one FILE"};
   const Extras extras{args.flag("--row-groups"), args.flag("--schema")};
-  const std::vector<std::string> files = expandInputs(args.positional(), args.flag("--recursive"));
+  const std::vector<std::string> files =
+      expandInputs(args.positional(), args.flag(kSkipBadFilesFlag));
   const bool json = args.flag("--json");
   const bool several = files.size() > 1;
 
@@ -391,10 +436,25 @@ int runInfo(const std::vector<std::string>& words) {
       }
     }
   }
+  // The files together as one table, unless one of them already failed.
+  std::shared_ptr<const Dataset> dataset;
+  if (several && failed == 0) {
+    try {
+      dataset = std::make_shared<const Dataset>(args.positional(), datasetOptions(args));
+    } catch (const foundation::core::except::InterruptException&) {
+      throw;
+    } catch (const foundation::core::except::IMsgIDException& e) {
+      if (args.flag(kStrictFlag)) throw;
+      ++failed;
+      reportError(e.identifier(), e.message());
+    }
+  }
   if (several) {
     if (json) {
+      std::printf("]");
+      if (dataset) std::printf(", \"dataset\": %s", datasetJson(*dataset).c_str());
       std::printf(
-          "], \"total\": {\"files\": %zu, \"failed\": %zu, \"rows\": %lld, "
+          ", \"total\": {\"files\": %zu, \"failed\": %zu, \"rows\": %lld, "
           "\"rowGroups\": %lld, \"size\": %lld}}\n",
           files.size(), failed, static_cast<long long>(rows), static_cast<long long>(rowGroups),
           static_cast<long long>(bytes));
@@ -403,6 +463,7 @@ int runInfo(const std::vector<std::string>& words) {
                   failed ? (" (" + std::to_string(failed) + " failed)").c_str() : "",
                   static_cast<long long>(rows), static_cast<long long>(rowGroups),
                   static_cast<long long>(bytes));
+      if (dataset) printDatasetText(*dataset);
     }
   }
   return failed == 0 ? 0 : 1;

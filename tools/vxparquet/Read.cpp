@@ -22,6 +22,7 @@
 #include "host/except/Exception.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
+#include "toolbox/vantro/io/parquet/core/dataset/DatasetReader.hpp"
 #include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
@@ -31,6 +32,9 @@ namespace {
 
 using foundation::unicode::ustring_to_utf8;
 using foundation::unicode::utf8_to_ustring;
+using vantro::io::parquet::core::dataset::Dataset;
+using vantro::io::parquet::core::dataset::DatasetOptions;
+using vantro::io::parquet::core::dataset::DatasetReader;
 using vantro::io::parquet::core::filter::Expression;
 using vantro::io::parquet::core::read::RowGroupParquetReader;
 
@@ -39,6 +43,11 @@ enum class Format { kTable, kJson, kJsonLines, kCsv };
 // What the command was asked to read.
 struct ReadRequest {
   std::vector<std::string> files;
+  // A folder, a pattern or several files: read as one dataset, by variable names, from these
+  // sources (files stays empty).
+  bool dataset = false;
+  std::vector<std::string> sources;
+  DatasetOptions datasetOptions;
   std::optional<std::vector<std::string>> variables;
   std::optional<std::string> where;
   bool explain = false;
@@ -114,7 +123,15 @@ void parseCommon(const Arguments& args, ReadRequest& request) {
     return;
   }
   if (args.value("--root")) throw UsageError{"--root goes with --task"};
-  request.files = expandInputs(args.positional(), args.flag("--recursive"));
+  request.datasetOptions = datasetOptions(args);
+  const bool oneFileOnly =
+      args.value("--split") || args.value("--row-groups") || args.value("--byte-range");
+  if (!oneFileOnly && !namesOneFile(args.positional())) {
+    request.dataset = true;
+    request.sources = args.positional();
+    return;
+  }
+  request.files = expandInputs(args.positional(), request.datasetOptions.sources.skipBadFiles);
   if (auto split = args.value("--split")) {
     const auto task = taskForSplit(request.files, parseSplit(*split), request.where);
     auto inputs = inputsOfTask(task);
@@ -127,8 +144,9 @@ ReadRequest parseRead(const std::vector<std::string>& words) {
   const Arguments args(
       words,
       {"--vars", "--row-groups", "--byte-range", "--where", "--limit", "--offset", "--format",
-       "--delimiter", "--missing", "--split", "--task", "--root"},
-      {"--each", "--json", "--explain", "--recursive", "--with-file", "--no-header"});
+       "--delimiter", "--missing", "--split", "--task", "--root", kPartitioningOption},
+      {"--each", "--json", "--explain", "--recursive", "--with-file", "--no-header", kStrictFlag,
+       kSkipBadFilesFlag});
   if (args.positional().empty() && !args.value("--task")) {
     throw UsageError{"read needs at least one FILE"};
   }
@@ -159,7 +177,7 @@ ReadRequest parseRead(const std::vector<std::string>& words) {
     throw UsageError{"--row-groups and --byte-range take exactly one FILE"};
   }
   const bool wholeTables = request.format == Format::kTable || request.format == Format::kJson;
-  if (request.each && wholeTables && request.files.size() > 1) {
+  if (request.each && wholeTables && (request.dataset || request.files.size() > 1)) {
     throw UsageError{"--each takes one FILE unless --format is jsonl or csv"};
   }
   if (request.each && wholeTables && (request.limit || request.offset > 0)) {
@@ -597,7 +615,79 @@ void readRows(FileRead& read, const ReadRequest& request, Output& output, Window
   }
 }
 
+// --explain for a dataset: what the filter ruled out before reading, and why.
+void explainPieces(const DatasetReader& reader) {
+  const Dataset& dataset = reader.dataset();
+  std::fprintf(stderr, "row groups: read %zu of %llu in %zu files\n", reader.pieces().size(),
+               static_cast<unsigned long long>(dataset.rowGroupCount()), dataset.fileCount());
+  printSkippedPieces(reader);
+}
+
+// The printed variables of a dataset read and their host types.
+std::pair<std::shared_ptr<::arrow::Schema>, std::vector<std::string>> shownShape(
+    const DatasetReader& reader, bool withFile) {
+  const Dataset& dataset = reader.dataset();
+  const auto names = dataset.variableNames();
+  const auto types = dataset.variableTypes();
+  std::vector<std::shared_ptr<::arrow::Field>> fields;
+  std::vector<std::string> shownTypes;
+  for (const auto& name : reader.selectedVariables()) {
+    fields.push_back(dataset.schema()->GetFieldByName(name));
+    shownTypes.push_back(types[std::find(names.begin(), names.end(), name) - names.begin()]);
+  }
+  if (withFile) {
+    fields.push_back(::arrow::field("file", ::arrow::utf8()));
+    shownTypes.push_back("string");
+  }
+  return {::arrow::schema(std::move(fields)), std::move(shownTypes)};
+}
+
+// A folder, a pattern or several files as one table: the dataset's variables by name, its
+// pieces (row groups, files in order) read one at a time into the output.
+int runDatasetRequest(const ReadRequest& request) {
+  auto dataset = std::make_shared<const Dataset>(request.sources, request.datasetOptions);
+  DatasetReader reader(dataset, request.variables.value_or(std::vector<std::string>{}),
+                       request.where.value_or(""));
+  if (request.withFile && dataset->schema()->GetFieldIndex("file") >= 0) {
+    failWith("FileVariableExists", "The files have a variable 'file' already.");
+  }
+  if (request.explain) explainPieces(reader);
+  Output output(request);
+  auto [schema, types] = shownShape(reader, request.withFile);
+  output.start(schema, std::move(types));
+
+  // The table view of all rows shows the first and last few: pieces between them are counted
+  // from their footers, never read.
+  const auto& pieces = reader.pieces();
+  const bool viewOnly =
+      request.format == Format::kTable && !request.where && !request.limit && request.offset == 0;
+  uint64_t total = 0;
+  for (const auto& piece : pieces) total += piece.rows;
+  Window rows{request.offset, request.limit};
+  Progress progress("row groups", pieces.size());
+  uint64_t position = 0;
+  for (size_t i = 0; i < pieces.size() && !rows.full(); ++i) {
+    checkInterrupt();
+    const uint64_t height = pieces[i].rows;
+    const bool shown =
+        position < TableView::kHeadRows || position + height + TableView::kTailRows > total;
+    position += height;
+    if (viewOnly && !shown) {
+      output.skip(height);
+      continue;
+    }
+    auto table = reader.readPieceTable(i);
+    if (request.withFile) table = withFileColumn(table, dataset->file(pieces[i].file).path);
+    output.add(rows.take(table));
+    progress.step(i + 1, 0, output.bytes());
+  }
+  progress.finish();
+  output.finish({});
+  return 0;
+}
+
 int runRequest(const ReadRequest& request) {
+  if (request.dataset) return runDatasetRequest(request);
   Output output(request);
   Window rows{request.offset, request.limit};
   std::unique_ptr<FileRead> first;
@@ -629,10 +719,11 @@ int runRequest(const ReadRequest& request) {
 int runRead(const std::vector<std::string>& words) { return runRequest(parseRead(words)); }
 
 int runHead(const std::vector<std::string>& words) {
-  const Arguments args(words,
-                       {"--rows", "--vars", "--where", "--format", "--delimiter", "--missing"},
-                       {"--json", "--no-header"}, {{"-n", "--rows"}});
-  if (args.positional().size() != 1) throw UsageError{"head takes exactly one FILE"};
+  const Arguments args(
+      words,
+      {"--rows", "--vars", "--where", "--format", "--delimiter", "--missing", kPartitioningOption},
+      {"--json", "--no-header", kStrictFlag, kSkipBadFilesFlag}, {{"-n", "--rows"}});
+  if (args.positional().empty()) throw UsageError{"head needs a FILE, FOLDER or pattern"};
   ReadRequest request;
   parseCommon(args, request);
   request.limit = args.value("--rows") ? parseCount(*args.value("--rows"), "-n", true) : 10;

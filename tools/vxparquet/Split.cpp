@@ -177,14 +177,14 @@ plan::Task readTask(const std::string& file, const std::optional<std::string>& r
 }
 
 int runPlan(const std::vector<std::string>& words) {
-  const Arguments args(words, {"--tasks", "--where", "--vars"}, {"--recursive"},
+  const Arguments args(words, {"--tasks", "--where", "--vars"}, {"--recursive", kSkipBadFilesFlag},
                        {{"-n", "--tasks"}});
   if (args.positional().empty()) throw UsageError{"plan needs at least one FILE"};
   const auto countText = args.value("--tasks");
   if (!countText) throw UsageError{"plan needs -n N, the number of tasks"};
   const uint64_t count = parseCount(*countText, "-n");
   if (count > 1000000) throw UsageError{"-n: at most 1000000 tasks"};
-  const auto files = expandInputs(args.positional(), args.flag("--recursive"));
+  const auto files = expandInputs(args.positional(), args.flag(kSkipBadFilesFlag));
   auto tasks = planFiles(files, count, args.value("--where"));
   std::optional<std::vector<std::string>> variables;
   if (auto vars = args.value("--vars")) variables = splitNames(*vars, "--vars");

@@ -375,9 +375,10 @@ void printStatsOf(const std::string& file, const Arguments& args) {
 }  // namespace
 
 int runStats(const std::vector<std::string>& words) {
-  const Arguments args(words, {"--vars"}, {"--json", "--recursive"});
+  const Arguments args(words, {"--vars"}, {"--json", "--recursive", kSkipBadFilesFlag});
   if (args.positional().empty()) throw UsageError{"stats needs at least one FILE"};
-  const std::vector<std::string> files = expandInputs(args.positional(), args.flag("--recursive"));
+  const std::vector<std::string> files =
+      expandInputs(args.positional(), args.flag(kSkipBadFilesFlag));
   // Several files: a JSON array of the documents, or each table under a "file:" line.
   const bool several = files.size() > 1;
   if (several && args.flag("--json")) std::printf("[");

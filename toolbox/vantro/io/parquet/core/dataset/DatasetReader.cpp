@@ -1,6 +1,8 @@
 #include "toolbox/vantro/io/parquet/core/dataset/DatasetReader.hpp"
 
 #include <algorithm>
+#include <atomic>
+#include <exception>
 
 #include <arrow/array/builder_primitive.h>
 #include <arrow/array/util.h>
@@ -11,6 +13,7 @@
 #include <arrow/type.h>
 
 #include "host/converter/Converter.hpp"
+#include "host/converter/ParallelFor.hpp"
 #include "host/services/Interrupts.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
@@ -357,8 +360,11 @@ std::shared_ptr<::arrow::Table> DatasetReader::applyFilter(
 
 std::shared_ptr<::arrow::Table> DatasetReader::readPieceTable(size_t index) {
   pollInterrupt();
+  return readPiece(readerFor(mPieces.at(index).file), index);
+}
+
+std::shared_ptr<::arrow::Table> DatasetReader::readPiece(PieceReader& reader, size_t index) const {
   const Piece& piece = mPieces.at(index);
-  auto& reader = readerFor(piece.file);
   const auto& fileSchema = mDataset->file(piece.file).schema;
   std::vector<std::string> present;
   for (const auto& name : mRead) {
@@ -409,9 +415,7 @@ matrix::unique_array DatasetReader::read() {
 
 matrix::unique_array DatasetReader::readall() {
   if (mPieces.empty()) return toHost(emptyTable());
-  std::vector<std::shared_ptr<::arrow::Table>> tables;
-  tables.reserve(mPieces.size());
-  for (size_t i = 0; i < mPieces.size(); ++i) tables.push_back(readPieceTable(i));
+  std::vector<std::shared_ptr<::arrow::Table>> tables = readEveryPiece();
   mOpen.reset();
   if (tables.size() > 1) {
     // Dictionaries inside nested values cannot be combined, as in single-file reads.
@@ -424,6 +428,38 @@ matrix::unique_array DatasetReader::readall() {
   auto combined = orThrow(::arrow::ConcatenateTables(tables), u"dataset");
   tables.clear();
   return toHost(std::move(combined));
+}
+
+std::vector<std::shared_ptr<::arrow::Table>> DatasetReader::readEveryPiece() {
+  // Runs of pieces from one file each; files are independent, so many small files are read
+  // side by side on the host's threads, each opened by the thread that reads it.
+  std::vector<std::pair<size_t, size_t>> runs;
+  for (size_t i = 0; i < mPieces.size(); ++i) {
+    if (runs.empty() || mPieces[runs.back().first].file != mPieces[i].file) runs.push_back({i, i});
+    runs.back().second = i + 1;
+  }
+  std::vector<std::shared_ptr<::arrow::Table>> tables(mPieces.size());
+  std::vector<std::exception_ptr> failures(runs.size());
+  std::atomic<bool> failed{false};  // once one run fails (or Ctrl-C), the others stop too
+  ::vantro::io::arrow::core::ParallelFor(runs.size(), [&](size_t r) {
+    try {
+      if (failed.load()) return;
+      pollInterrupt();
+      PieceReader reader(mDataset->file(mPieces[runs[r].first].file));
+      for (size_t i = runs[r].first; i < runs[r].second && !failed.load(); ++i) {
+        pollInterrupt();
+        tables[i] = readPiece(reader, i);
+      }
+    } catch (...) {
+      failures[r] = std::current_exception();
+      failed.store(true);
+    }
+  });
+  // Of the failures met, the first in the dataset's order.
+  for (const auto& failure : failures) {
+    if (failure) std::rethrow_exception(failure);
+  }
+  return tables;
 }
 
 MatchCount DatasetReader::countMatches() {

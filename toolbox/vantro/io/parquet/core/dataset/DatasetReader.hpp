@@ -83,6 +83,8 @@ class DatasetReader {
   std::shared_ptr<::arrow::Table> applyFilter(std::shared_ptr<::arrow::Table> table) const;
   std::shared_ptr<::arrow::Table> emptyTable() const;
   PieceReader& readerFor(size_t file);
+  std::shared_ptr<::arrow::Table> readPiece(PieceReader& reader, size_t piece) const;
+  std::vector<std::shared_ptr<::arrow::Table>> readEveryPiece();
   matrix::unique_array toHost(std::shared_ptr<::arrow::Table>&& table) const;
 
   std::shared_ptr<const Dataset> mDataset;
