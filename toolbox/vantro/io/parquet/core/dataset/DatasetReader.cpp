@@ -439,13 +439,17 @@ std::vector<std::shared_ptr<::arrow::Table>> DatasetReader::readEveryPiece() {
     runs.back().second = i + 1;
   }
   std::vector<std::shared_ptr<::arrow::Table>> tables(mPieces.size());
+  // With a few files to each thread, a file's columns are decoded on its own thread: the
+  // small row groups of many-file datasets cost more to hand out than to decode.
+  const bool alone = runs.size() >= 2 * static_cast<size_t>(std::max<int64_t>(
+                                            1, foundation::services::getNumComputationalThreads()));
   std::vector<std::exception_ptr> failures(runs.size());
   std::atomic<bool> failed{false};  // once one run fails (or Ctrl-C), the others stop too
   ::vantro::io::arrow::core::ParallelFor(runs.size(), [&](size_t r) {
     try {
       if (failed.load()) return;
       pollInterrupt();
-      PieceReader reader(mDataset->file(mPieces[runs[r].first].file));
+      PieceReader reader(mDataset->file(mPieces[runs[r].first].file), alone);
       for (size_t i = runs[r].first; i < runs[r].second && !failed.load(); ++i) {
         pollInterrupt();
         tables[i] = readPiece(reader, i);

@@ -14,7 +14,7 @@ namespace vantro::io::parquet::core::dataset {
 
 using foundation::unicode::utf8_to_ustring;
 
-PieceReader::PieceReader(const DatasetFile& file) {
+PieceReader::PieceReader(const DatasetFile& file, bool alone) : mAlone(alone) {
   mFilename = file.name;
   auto adapter = common::makeReadableFilePtr(file.name);
   common::throwReadExceptIfNotOk(
@@ -35,7 +35,12 @@ std::shared_ptr<::arrow::Table> PieceReader::readRowGroup(int rowGroup,
   wanted.reserve(names.size());
   for (const auto& name : names) wanted.push_back(utf8_to_ustring(name));
   setSelectedVariableNames(wanted);
-  setupArrowThreadPool();
+  if (mAlone) {
+    mArrowThreads = false;
+    mFileReader->set_use_threads(false);
+  } else {
+    setupArrowThreadPool();
+  }
   checkDeclaredSizes({rowGroup});
   std::shared_ptr<::arrow::Table> table;
   common::throwReadExceptIfNotOk(guarded([&] {

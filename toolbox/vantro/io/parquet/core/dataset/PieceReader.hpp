@@ -15,7 +15,9 @@ namespace vantro::io::parquet::core::dataset {
 
 class PieceReader : public read::ParquetReader {
  public:
-  explicit PieceReader(const DatasetFile& file);
+  // alone: the reader runs on the calling thread only, without Arrow's pool (many files are
+  // then read side by side, one per thread).
+  explicit PieceReader(const DatasetFile& file, bool alone = false);
 
   // The variables called names (those the file has) of one row group (0-based), in order.
   std::shared_ptr<::arrow::Table> readRowGroup(int rowGroup, const std::vector<std::string>& names);
@@ -25,6 +27,9 @@ class PieceReader : public read::ParquetReader {
   void reset() override {}
   matrix::unique_array serialize() const override { return nullptr; }
   void deserialize(const matrix::unique_array&) override {}
+
+ private:
+  bool mAlone;
 
  protected:
   std::shared_ptr<::arrow::Table> readNext() override { return nullptr; }
