@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include <arrow/api.h>
 #include <gtest/gtest.h>
 
 #include "tests/support/TestSupport.hpp"
@@ -130,3 +131,67 @@ TEST_F(SplitCommandTest, SplitChoicesComeFromTheCommandLineOrTheLauncher) {
 }
 
 }  // namespace
+
+// A hive-partitioned folder whose files drift: every task reads its files as part of the
+// dataset (its variables, partition values), wherever the data are mounted.
+TEST(SplitDatasetCommandTest, TasksReadTheirFilesAsPartOfTheDataset) {
+  namespace fs = std::filesystem;
+  vxtest::TempDir dir;
+  const auto table = [](const std::string& columns, int64_t first, int64_t rows) {
+    std::vector<std::shared_ptr<arrow::Field>> fields;
+    std::vector<std::shared_ptr<arrow::Array>> arrays;
+    std::string ids = "[";
+    for (int64_t i = 0; i < rows; ++i) ids += (i ? "," : "") + std::to_string(first + i);
+    ids += "]";
+    fields.push_back(arrow::field("id", columns == "old" ? arrow::int32() : arrow::int64()));
+    arrays.push_back(vxtest::arrayFromJSON(fields.back()->type(), ids));
+    if (columns == "new") {
+      fields.push_back(arrow::field("note", arrow::utf8()));
+      arrays.push_back(vxtest::arrayFromJSON(
+          arrow::utf8(),
+          "[" + std::string(rows > 0 ? "\"n\"" : "") + std::string(rows > 1 ? ",null" : "") + "]"));
+    }
+    return arrow::Table::Make(arrow::schema(fields), arrays);
+  };
+  int64_t first = 0;
+  for (const std::string year : {"2022", "2023", "2024"}) {
+    for (int part = 0; part < 2; ++part) {
+      const std::string path =
+          dir.file("data/year=" + year + "/part-" + std::to_string(part) + ".parquet");
+      fs::create_directories(fs::path(path).parent_path());
+      const bool newer = year == "2024";
+      vxtest::writeParquet(path, table(newer ? "new" : "old", first, newer ? 2 : 40), 7);
+      first += 100;
+    }
+  }
+  const std::string data = dir.file("data");
+  const std::string where = " --where \"year >= 2023 and id != 305\"";
+  const auto whole = runVxparquet("read " + data + " --format csv" + where);
+  ASSERT_EQ(whole.exitCode, 0) << whole.err;
+  EXPECT_EQ(whole.out.substr(0, whole.out.find('\n')), "id,note,year");
+
+  const auto plan = runVxparquet("plan " + data + " -n 4" + where);
+  ASSERT_EQ(plan.exitCode, 0) << plan.err;
+  EXPECT_EQ(plan.out.find("year=2022"), std::string::npos) << "a pruned partition is in a task";
+  std::istringstream tasks(plan.out);
+  vxtest::TempDir moved;
+  fs::copy(data, moved.file("data"), fs::copy_options::recursive);
+  std::string joined, split;
+  int k = 0;
+  for (std::string task; std::getline(tasks, task);) {
+    ++k;
+    vxtest::writeBytes(dir.file("task.json"), task + "\n");
+    // Read where the data were moved to: the root is replaced, the partitions stay.
+    const auto part = runVxparquet("read --task " + dir.file("task.json") + " --root " +
+                                   moved.file("data") + " --format csv");
+    ASSERT_EQ(part.exitCode, 0) << part.err;
+    joined += k == 1 ? part.out : part.out.substr(part.out.find('\n') + 1);
+    const auto direct = runVxparquet("read " + data + " --format csv" + where + " --split " +
+                                     std::to_string(k) + "/4");
+    ASSERT_EQ(direct.exitCode, 0) << direct.err;
+    split += k == 1 ? direct.out : direct.out.substr(direct.out.find('\n') + 1);
+  }
+  EXPECT_EQ(k, 4);
+  EXPECT_EQ(joined, whole.out);
+  EXPECT_EQ(split, whole.out);
+}

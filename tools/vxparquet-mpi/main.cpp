@@ -68,8 +68,7 @@ std::string receiveText(int rank, int tag) {
 }
 
 // Rank 0 plans and sends every other rank its task; the others wait for theirs.
-plan::Task taskFromRankZero(const std::vector<std::string>& files, const vxparquet::SplitChoice&,
-                            const std::optional<std::string>& where) {
+plan::Task taskFromRankZero(const vxparquet::PlanRequest& request, const vxparquet::SplitChoice&) {
   if (gRank != 0) {
     const std::string message = receiveText(0, kTaskTag);
     gTaskReceived = true;
@@ -81,7 +80,7 @@ plan::Task taskFromRankZero(const std::vector<std::string>& files, const vxparqu
   }
   std::vector<plan::Task> tasks;
   try {
-    tasks = vxparquet::planFiles(files, static_cast<uint64_t>(gSize), where);
+    tasks = vxparquet::planSources(request, static_cast<uint64_t>(gSize));
   } catch (...) {
     for (int r = 1; r < gSize; ++r) sendText(r, kPlanFailed, "see rank 0's error", kTaskTag);
     gTaskSent = true;

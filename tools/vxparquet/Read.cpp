@@ -58,8 +58,10 @@ struct ReadRequest {
   std::optional<uint64_t> limit;
   uint64_t offset = 0;
   bool withFile = false;
-  // The row groups of each file that one task of a plan reads (--split, --task).
+  // The row groups of each file that one task of a plan reads (--split, --task), or for a
+  // dataset's task the pieces it reads.
   std::optional<FileRowGroups> taskRowGroups;
+  std::optional<TaskPieces> taskPieces;
   format::CsvOptions csv;
 };
 
@@ -89,6 +91,25 @@ void takeTaskSelection(const vantro::io::parquet::core::plan::Task& task, ReadRe
   if (task.variables && !request.variables) request.variables = task.variables;
 }
 
+// What one task reads: the pieces of its dataset, or the row groups of its files.
+void takeTask(const vantro::io::parquet::core::plan::Task& task, ReadRequest& request) {
+  if (task.dataset) {
+    request.dataset = true;
+    for (const auto& source : task.dataset->sources)
+      request.sources.push_back(ustring_to_utf8(source));
+    request.datasetOptions.partitioning.hive = task.dataset->hive;
+    request.datasetOptions.strict = task.dataset->strict;
+    // Files that came into the folders since the plan are no part of the task: one that cannot
+    // be read (a task file saved beside the data) is left out with a warning, not fatal.
+    request.datasetOptions.sources.skipBadFiles = true;
+    request.taskPieces = piecesOfTask(task);
+    return;
+  }
+  auto inputs = inputsOfTask(task);
+  request.files = std::move(inputs.files);
+  request.taskRowGroups = std::move(inputs.rowGroups);
+}
+
 void parseCommon(const Arguments& args, ReadRequest& request) {
   request.format = parseFormat(args);
   const bool csvOptions =
@@ -113,31 +134,28 @@ void parseCommon(const Arguments& args, ReadRequest& request) {
   request.csv.header = !args.flag("--no-header");
   if (auto vars = args.value("--vars")) request.variables = splitNames(*vars, "--vars");
   request.where = args.value("--where");
+  request.datasetOptions = datasetOptions(args);
   if (auto taskFile = args.value("--task")) {
     if (!args.positional().empty()) throw UsageError{"--task takes no FILE"};
     const auto task = readTask(*taskFile, args.value("--root"));
     takeTaskSelection(task, request);
-    auto inputs = inputsOfTask(task);
-    request.files = std::move(inputs.files);
-    request.taskRowGroups = std::move(inputs.rowGroups);
+    takeTask(task, request);
     return;
   }
   if (args.value("--root")) throw UsageError{"--root goes with --task"};
-  request.datasetOptions = datasetOptions(args);
-  const bool oneFileOnly =
-      args.value("--split") || args.value("--row-groups") || args.value("--byte-range");
+  if (auto split = args.value("--split")) {
+    const PlanRequest plan{args.positional(), request.datasetOptions, request.where,
+                           request.variables};
+    takeTask(taskForSplit(plan, parseSplit(*split)), request);
+    return;
+  }
+  const bool oneFileOnly = args.value("--row-groups") || args.value("--byte-range");
   if (!oneFileOnly && !namesOneFile(args.positional())) {
     request.dataset = true;
     request.sources = args.positional();
     return;
   }
   request.files = expandInputs(args.positional(), request.datasetOptions.sources.skipBadFiles);
-  if (auto split = args.value("--split")) {
-    const auto task = taskForSplit(request.files, parseSplit(*split), request.where);
-    auto inputs = inputsOfTask(task);
-    request.files = std::move(inputs.files);
-    request.taskRowGroups = std::move(inputs.rowGroups);
-  }
 }
 
 ReadRequest parseRead(const std::vector<std::string>& words) {
@@ -170,7 +188,7 @@ ReadRequest parseRead(const std::vector<std::string>& words) {
   const int modes = (request.rowGroups ? 1 : 0) + (request.byteRange ? 1 : 0) + request.each;
   if (modes > 1) throw UsageError{"--row-groups, --byte-range and --each exclude each other"};
   if (request.explain && !request.where) throw UsageError{"--explain needs --where"};
-  if (request.taskRowGroups && modes > 0) {
+  if ((request.taskRowGroups || request.taskPieces) && modes > 0) {
     throw UsageError{"--split and --task exclude --row-groups, --byte-range and --each"};
   }
   if ((request.rowGroups || request.byteRange) && request.files.size() != 1) {
@@ -648,6 +666,16 @@ int runDatasetRequest(const ReadRequest& request) {
   auto dataset = std::make_shared<const Dataset>(request.sources, request.datasetOptions);
   DatasetReader reader(dataset, request.variables.value_or(std::vector<std::string>{}),
                        request.where.value_or(""));
+  if (request.taskPieces) {
+    std::vector<std::string> paths;
+    for (size_t f = 0; f < dataset->fileCount(); ++f) {
+      paths.push_back(absolutePath(dataset->file(f).path));
+    }
+    reader.keepPieces([&](const vantro::io::parquet::core::dataset::Piece& piece) {
+      const auto found = request.taskPieces->find(paths[piece.file]);
+      return found != request.taskPieces->end() && found->second.count(piece.rowGroup) != 0;
+    });
+  }
   if (request.withFile && dataset->schema()->GetFieldIndex("file") >= 0) {
     failWith("FileVariableExists", "The files have a variable 'file' already.");
   }

@@ -4,11 +4,13 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 
 #include "Cli.hpp"
 #include "Files.hpp"
 #include "host/except/Exception.hpp"
 #include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/dataset/DatasetReader.hpp"
 #include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
@@ -91,20 +93,71 @@ std::vector<int> rowGroupsThatMayMatch(const std::string& file, const plan::Plan
 }
 
 TaskSource& taskSource() {
-  static TaskSource source = [](const std::vector<std::string>& files, const SplitChoice& choice,
-                                const std::optional<std::string>& where) {
-    return planFiles(files, choice.count, where).at(choice.number - 1);
+  static TaskSource source = [](const PlanRequest& request, const SplitChoice& choice) {
+    return planSources(request, choice.count).at(choice.number - 1);
   };
   return source;
+}
+
+// The dataset's pieces that the filter leaves, as candidates of the planner.
+std::vector<plan::Task> planDataset(const PlanRequest& request, uint64_t count) {
+  namespace dataset = vantro::io::parquet::core::dataset;
+  auto files = std::make_shared<const dataset::Dataset>(request.sources, request.options);
+  const dataset::DatasetReader reader(files, request.variables.value_or(std::vector<std::string>{}),
+                                      request.where.value_or(""));
+  std::vector<std::u16string> names;
+  for (size_t f = 0; f < files->fileCount(); ++f) {
+    names.push_back(utf8_to_ustring(absolutePath(files->file(f).path)));
+  }
+  auto described = plan::describeFiles(names);
+  std::vector<std::vector<int>> kept(described.size());
+  for (const auto& piece : reader.pieces()) kept[piece.file].push_back(piece.rowGroup);
+  for (size_t f = 0; f < described.size(); ++f) plan::keepRowGroups(described[f], kept[f]);
+
+  plan::TaskDataset source;
+  for (const auto& name : request.sources)
+    source.sources.push_back(utf8_to_ustring(absolutePath(name)));
+  source.hive = request.options.partitioning.hive;
+  source.strict = request.options.strict;
+  auto tasks = plan::planTasks(described, count);
+  for (auto& task : tasks) {
+    task.where = request.where;
+    task.variables = request.variables;
+    task.dataset = source;
+  }
+  return tasks;
 }
 
 }  // namespace
 
 void setTaskSource(TaskSource source) { taskSource() = std::move(source); }
 
-plan::Task taskForSplit(const std::vector<std::string>& files, const SplitChoice& choice,
-                        const std::optional<std::string>& where) {
-  return taskSource()(files, choice, where);
+plan::Task taskForSplit(const PlanRequest& request, const SplitChoice& choice) {
+  return taskSource()(request, choice);
+}
+
+std::vector<plan::Task> planSources(const PlanRequest& request, uint64_t count) {
+  if (!namesOneFile(request.sources)) return planDataset(request, count);
+  auto tasks = planFiles(expandInputs(request.sources, request.options.sources.skipBadFiles), count,
+                         request.where);
+  for (auto& task : tasks) task.variables = request.variables;
+  return tasks;
+}
+
+std::string absolutePath(const std::string& name) {
+  if (name.find("://") != std::string::npos || name.rfind("file:", 0) == 0) return name;
+  std::error_code error;
+  const auto absolute = std::filesystem::absolute(name, error);
+  return error ? name : absolute.lexically_normal().string();
+}
+
+TaskPieces piecesOfTask(const plan::Task& task) {
+  TaskPieces pieces;
+  for (const auto& file : task.files) {
+    auto& rowGroups = pieces[absolutePath(ustring_to_utf8(file.name))];
+    rowGroups.insert(file.rowGroups.begin(), file.rowGroups.end());
+  }
+  return pieces;
 }
 
 SplitChoice parseSplit(const std::string& text) {
@@ -177,19 +230,16 @@ plan::Task readTask(const std::string& file, const std::optional<std::string>& r
 }
 
 int runPlan(const std::vector<std::string>& words) {
-  const Arguments args(words, {"--tasks", "--where", "--vars"}, {"--recursive", kSkipBadFilesFlag},
-                       {{"-n", "--tasks"}});
+  const Arguments args(words, {"--tasks", "--where", "--vars", kPartitioningOption},
+                       {"--recursive", kSkipBadFilesFlag, kStrictFlag}, {{"-n", "--tasks"}});
   if (args.positional().empty()) throw UsageError{"plan needs at least one FILE"};
   const auto countText = args.value("--tasks");
   if (!countText) throw UsageError{"plan needs -n N, the number of tasks"};
   const uint64_t count = parseCount(*countText, "-n");
   if (count > 1000000) throw UsageError{"-n: at most 1000000 tasks"};
-  const auto files = expandInputs(args.positional(), args.flag(kSkipBadFilesFlag));
-  auto tasks = planFiles(files, count, args.value("--where"));
-  std::optional<std::vector<std::string>> variables;
-  if (auto vars = args.value("--vars")) variables = splitNames(*vars, "--vars");
-  for (auto& task : tasks) {
-    task.variables = variables;
+  PlanRequest request{args.positional(), datasetOptions(args), args.value("--where"), {}};
+  if (auto vars = args.value("--vars")) request.variables = splitNames(*vars, "--vars");
+  for (const auto& task : planSources(request, count)) {
     std::printf("%s\n", plan::taskToText(task).c_str());
   }
   return 0;

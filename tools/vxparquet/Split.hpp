@@ -6,10 +6,13 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "toolbox/vantro/io/parquet/core/dataset/Dataset.hpp"
 #include "toolbox/vantro/io/parquet/core/plan/SplitPlanner.hpp"
+#include "toolbox/vantro/io/parquet/core/plan/Task.hpp"
 
 namespace vxparquet {
 
@@ -31,16 +34,35 @@ SplitChoice parseSplit(const std::string& text);
 std::vector<vantro::io::parquet::core::plan::Task> planFiles(
     const std::vector<std::string>& files, uint64_t count, const std::optional<std::string>& where);
 
-// Where --split gets its task. By default each process plans the files itself (the plan is the
-// same everywhere); a launcher that plans once and hands every process its task (vxparquet-mpi)
-// installs its own source. Every process of a launch calls it at the same point.
-using TaskSource = std::function<vantro::io::parquet::core::plan::Task(
-    const std::vector<std::string>& files, const SplitChoice& choice,
-    const std::optional<std::string>& where)>;
+// What a plan covers: the sources as the command line names them, how they are read, and the
+// selection and filter that every task carries.
+struct PlanRequest {
+  std::vector<std::string> sources;
+  vantro::io::parquet::core::dataset::DatasetOptions options;
+  std::optional<std::string> where;
+  std::optional<std::vector<std::string>> variables;
+};
+
+// The tasks of a plan over the sources. One file on its own is planned as that file; a folder,
+// a pattern or several files as one dataset: the filter's partitions and statistics prune
+// first, and every task names the dataset, so that its reader reads the files as part of it.
+std::vector<vantro::io::parquet::core::plan::Task> planSources(const PlanRequest& request,
+                                                               uint64_t count);
+
+// Where --split gets its task. By default each process plans the sources itself (the plan is
+// the same everywhere); a launcher that plans once and hands every process its task
+// (vxparquet-mpi) installs its own source. Every process of a launch calls it at the same point.
+using TaskSource = std::function<vantro::io::parquet::core::plan::Task(const PlanRequest& request,
+                                                                       const SplitChoice& choice)>;
 void setTaskSource(TaskSource source);
-vantro::io::parquet::core::plan::Task taskForSplit(const std::vector<std::string>& files,
-                                                   const SplitChoice& choice,
-                                                   const std::optional<std::string>& where);
+vantro::io::parquet::core::plan::Task taskForSplit(const PlanRequest& request,
+                                                   const SplitChoice& choice);
+
+// The row groups (0-based) that a dataset's task reads, by the absolute path of each file.
+using TaskPieces = std::map<std::string, std::set<int>>;
+TaskPieces piecesOfTask(const vantro::io::parquet::core::plan::Task& task);
+// A local path made absolute and normal (IRIs as they are), to compare names of one file.
+std::string absolutePath(const std::string& name);
 
 // The row groups (1-based) of each file that one task reads, for the read-side commands.
 using FileRowGroups = std::map<std::string, std::vector<double>>;

@@ -279,6 +279,14 @@ void DatasetReader::pruneByStatistics(size_t f, std::vector<bool>& keepRowGroup,
   }
 }
 
+void DatasetReader::keepPieces(const std::function<bool(const Piece&)>& keep) {
+  mPieces.erase(std::remove_if(mPieces.begin(), mPieces.end(),
+                               [&keep](const Piece& piece) { return !keep(piece); }),
+                mPieces.end());
+  mNext = 0;
+  mEmptyDone = false;
+}
+
 bool DatasetReader::hasdata() const {
   if (mPieces.empty()) return !mEmptyDone;
   return mNext < mPieces.size();

@@ -4,6 +4,7 @@
 // files as listed, row groups ascending. A row filter prunes before anything is read (files by
 // their partition values, row groups by footer statistics) and is applied exactly to the rows.
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -54,6 +55,9 @@ class DatasetReader {
   const std::vector<std::string>& selectedVariables() const { return mSelected; }
   const std::vector<Piece>& pieces() const { return mPieces; }
   const std::vector<SkippedPiece>& skipped() const { return mSkipped; }
+  // Keeps only the pieces for which keep is true (one task's share of the dataset), in their
+  // order, and goes back to the first.
+  void keepPieces(const std::function<bool(const Piece&)>& keep);
 
   bool hasdata() const;
   // The next piece as a host table of the selected variables; a reader without pieces yields

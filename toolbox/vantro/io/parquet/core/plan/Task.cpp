@@ -133,12 +133,56 @@ TaskFile readFile(const ptree& node, const fs::path& root) {
   return file;
 }
 
+std::string relativeTo(const fs::path& root, const std::string& name) {
+  return root.empty() ? name : fs::path(name).lexically_relative(root).string();
+}
+
+void appendDataset(std::string& out, const TaskDataset& dataset, const fs::path& root) {
+  out += ",\"dataset\":{\"sources\":[";
+  for (size_t i = 0; i < dataset.sources.size(); ++i) {
+    if (i > 0) out += ',';
+    appendJsonString(out, relativeTo(root, ustring_to_utf8(dataset.sources[i])));
+  }
+  out += "],\"partitioning\":";
+  out += dataset.hive ? "\"hive\"" : "\"none\"";
+  out += ",\"strict\":";
+  out += dataset.strict ? "true" : "false";
+  out += '}';
+}
+
+TaskDataset readDataset(const ptree& node, const fs::path& root) {
+  TaskDataset dataset;
+  for (const auto& entry : requiredArray(node, "sources")) {
+    const std::string source = entry.second.get_value<std::string>();
+    if (source.empty()) invalid("a dataset source is empty");
+    dataset.sources.push_back(
+        utf8_to_ustring(root.empty() ? source : (root / source).lexically_normal().string()));
+  }
+  const std::string partitioning = node.get<std::string>("partitioning", "hive");
+  if (partitioning != "hive" && partitioning != "none") {
+    invalid("'partitioning' must be \"hive\" or \"none\", not '" + partitioning + "'");
+  }
+  dataset.hive = partitioning == "hive";
+  const std::string strict = node.get<std::string>("strict", "false");
+  if (strict != "true" && strict != "false") invalid("'strict' must be true or false");
+  dataset.strict = strict == "true";
+  return dataset;
+}
+
 }  // namespace
 
 std::string taskToText(const Task& task) {
   std::vector<std::string> names;
   for (const auto& file : task.files) names.push_back(ustring_to_utf8(file.name));
-  const fs::path root = commonRoot(names);
+  // The dataset's sources take part in the root (a source's folder stands in for it), so that
+  // a root replaced on reading moves them with the files.
+  std::vector<std::string> placed = names;
+  if (task.dataset) {
+    for (const auto& source : task.dataset->sources) {
+      placed.push_back((fs::path(ustring_to_utf8(source)) / "x").string());
+    }
+  }
+  const fs::path root = commonRoot(placed);
 
   std::string out = "{\"task\":" + std::to_string(task.number) +
                     ",\"tasks\":" + std::to_string(task.count) + ",\"root\":";
@@ -148,8 +192,7 @@ std::string taskToText(const Task& task) {
   for (size_t i = 0; i < task.files.size(); ++i) {
     const TaskFile& file = task.files[i];
     out += i == 0 ? "{\"path\":" : ",{\"path\":";
-    appendJsonString(
-        out, root.empty() ? names[i] : fs::path(names[i]).lexically_relative(root).string());
+    appendJsonString(out, relativeTo(root, names[i]));
     out += ",\"size\":" + std::to_string(file.fingerprint.size) + ",\"footer\":\"" +
            footerHashText(file.fingerprint.footerHash) + "\",\"row_groups\":[";
     for (size_t r = 0; r < file.rowGroups.size(); ++r) {
@@ -171,6 +214,7 @@ std::string taskToText(const Task& task) {
     out += ",\"where\":";
     appendJsonString(out, *task.where);
   }
+  if (task.dataset) appendDataset(out, *task.dataset, root);
   out += '}';
   return out;
 }
@@ -204,6 +248,9 @@ Task taskFromText(const std::string& text, const std::optional<std::u16string>& 
       task.variables->push_back(name.second.get_value<std::string>());
   }
   if (const auto where = tree.get_optional<std::string>("where")) task.where = *where;
+  if (const auto dataset = tree.get_child_optional("dataset")) {
+    task.dataset = readDataset(*dataset, root);
+  }
   return task;
 }
 

@@ -19,6 +19,14 @@ struct TaskFile {
   std::vector<int> rowGroups;  // 0-based, in reading order
 };
 
+// The dataset a task's files belong to: whoever reads the task reads them as part of it (the
+// dataset's variables and partition folders), not as files on their own.
+struct TaskDataset {
+  std::vector<std::u16string> sources;  // folders, patterns or files, as planned
+  bool hive = true;                     // key=value folders are variables
+  bool strict = false;                  // every file alike
+};
+
 struct Task {
   uint64_t number = 0;  // 1-based
   uint64_t count = 0;
@@ -28,14 +36,17 @@ struct Task {
   // What the planner was asked for, so that whoever reads the task reads the same rows.
   std::optional<std::vector<std::string>> variables;
   std::optional<std::string> where;
+  std::optional<TaskDataset> dataset;
 };
 
 // The text of a task, one line of JSON:
 //   {"task":1,"tasks":4,"root":"/data/sales","bytes":..,"rows":..,
 //    "files":[{"path":"year=2024/part-0.parquet","size":..,"footer":"fnv1a64:..","row_groups":[1,2]}],
-//    "variables":["a","b"],"where":"a > 1"}
-// root is the deepest folder that holds every file; row groups are numbered from 1. Names that
-// are IRIs of another scheme than "file" are kept whole, with an empty root.
+//    "variables":["a","b"],"where":"a > 1",
+//    "dataset":{"sources":["sales"],"partitioning":"hive","strict":false}}
+// root is the deepest folder that holds every file and the dataset's sources; row groups are
+// numbered from 1. Names that are IRIs of another scheme than "file" are kept whole, with an
+// empty root.
 std::string taskToText(const Task& task);
 
 // Reads a task text. With newRoot, the files are looked for under that folder instead of the
