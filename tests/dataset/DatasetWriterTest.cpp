@@ -10,6 +10,7 @@
 
 #include <arrow/api.h>
 #include <arrow/compute/api_vector.h>
+#include <arrow/compute/cast.h>
 #include <gtest/gtest.h>
 
 #include "host/converter/Converter.hpp"
@@ -236,6 +237,29 @@ TEST(DatasetWriter, SplitsPartitionsIntoFilesOfAtMostTheRowsAsked) {
             (std::vector<std::string>{"id", "g"}));
 }
 
+// Chunks whose dictionaries differ, with a partition's rows spread over them.
+TEST(DatasetWriter, TakesRowsFromChunksOfDifferentDictionaries) {
+  TempDir dir;
+  const auto type = arrow::dictionary(arrow::int32(), arrow::utf8());
+  const auto chunk = [&](const std::string& indices, const std::string& values) {
+    return arrow::DictionaryArray::FromArrays(type, arrayFromJSON(arrow::int32(), indices),
+                                              arrayFromJSON(arrow::utf8(), values))
+        .ValueOrDie();
+  };
+  auto data = arrow::Table::Make(
+      arrow::schema({arrow::field("g", arrow::int8()), arrow::field("c", type)}),
+      {std::make_shared<arrow::ChunkedArray>(arrow::ArrayVector{
+           arrayFromJSON(arrow::int8(), "[1, 2, 1]"), arrayFromJSON(arrow::int8(), "[2, 1]")}),
+       std::make_shared<arrow::ChunkedArray>(arrow::ArrayVector{
+           chunk("[0, 1, 0]", R"(["a", "b"])"), chunk("[1, 0]", R"(["x", "y"])")})});
+  const auto result = ds::writeDataset(dir.file("d"), data, partitionedBy({"g"}));
+  ASSERT_EQ(result.files.size(), 2u);
+  const auto ones = vxtest::write::readBack(result.files[0].path);
+  auto values = arrow::compute::Cast(*column(ones, "c"), arrow::utf8()).ValueOrDie();
+  EXPECT_TRUE(values->Equals(arrayFromJSON(arrow::utf8(), R"(["a", "a", "x"])")))
+      << values->ToString();
+}
+
 class ExistingFiles : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -342,6 +366,9 @@ TEST(DatasetWriter, RefusesRequestsWithoutWritingAnything) {
   refused({"k"}, "UnwritablePartitionValue",
           table({"k", "v"}, {arrayFromJSON(arrow::utf8(), "[\"" + std::string(300, 'z') + "\"]"),
                              arrayFromJSON(arrow::int8(), "[1]")}));
+  refused(
+      {""}, "InvalidPartitionVariable",
+      table({"", "v"}, {arrayFromJSON(arrow::int8(), "[1]"), arrayFromJSON(arrow::int8(), "[1]")}));
   refused({"k"}, "InvalidPartitionVariable",
           table({"k", "v"}, {arrayFromJSON(arrow::timestamp(arrow::TimeUnit::SECOND), "[1]"),
                              arrayFromJSON(arrow::int8(), "[1]")}));

@@ -357,6 +357,11 @@ void checkPartitionVariables(const ::arrow::Schema& schema,
       for (const auto& known : schema.field_names()) names += (names.empty() ? "" : ", ") + known;
       common::throwException<msg::UnknownVariable>(name, names);
     }
+    // "=value" is no partition folder to a reader: the variable would be lost.
+    if (name.empty()) {
+      common::throwException<msg::InvalidPartitionVariable>(name, field->type()->ToString(),
+                                                            "a folder key cannot be empty");
+    }
     if (!seen.insert(name).second) {
       common::throwException<msg::InvalidPartitionVariable>(name, field->type()->ToString(),
                                                             "it is named twice");

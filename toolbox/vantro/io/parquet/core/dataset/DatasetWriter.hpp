@@ -68,7 +68,8 @@ struct DatasetWriteResult {
 // "true"/"false", and text as text only where some value does not look like a number or date.
 //
 // Throws: TargetNotFolder (folder is a file, an IRI, or cannot be made), UnknownVariable,
-// InvalidPartitionVariable (a name given twice, or a type without an exact folder text),
+// InvalidPartitionVariable (a name given twice, an empty name, or a type without an exact
+// folder text),
 // AllVariablesPartitioned, UnwritablePartitionValue (a value without an exact folder text: a
 // fraction, NaN, an unsigned integer beyond int64, a date outside years 0-9999, the text
 // __HIVE_DEFAULT_PARTITION__, a folder name over 255 bytes), TargetNotEmpty (kRefuse),
