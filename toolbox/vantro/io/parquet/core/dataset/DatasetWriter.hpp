@@ -69,10 +69,10 @@ struct DatasetWriteResult {
 //
 // Throws: TargetNotFolder (folder is a file, an IRI, or cannot be made), UnknownVariable,
 // InvalidPartitionVariable (a name given twice, an empty name, or a type without an exact
-// folder text),
-// AllVariablesPartitioned, UnwritablePartitionValue (a value without an exact folder text: a
-// fraction, NaN, an unsigned integer beyond int64, a date outside years 0-9999, the text
-// __HIVE_DEFAULT_PARTITION__, a folder name over 255 bytes), TargetNotEmpty (kRefuse),
+// folder text), AllVariablesPartitioned, UnwritablePartitionValue (a value without an exact
+// folder text: a fraction, NaN, an unsigned integer beyond int64, a date outside years
+// 0-9999, the text __HIVE_DEFAULT_PARTITION__, a folder name over 255 bytes), TargetNotEmpty
+// (kRefuse),
 // ExistingLayoutMismatch (kAdd and kReplacePartitions: old Parquet files in other partition
 // folders than this write's), RemoveFailed (an old file could not be removed; the new files
 // stay), and whatever the writer throws (after removing what this call wrote).
