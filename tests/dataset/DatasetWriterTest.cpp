@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "host/converter/Converter.hpp"
+#include "host/services/Interrupts.hpp"
 #include "tests/support/TestSupport.hpp"
 #include "tests/write/WriteTestUtil.hpp"
 #include "toolbox/vantro/io/parquet/core/dataset/Dataset.hpp"
@@ -412,6 +413,21 @@ TEST(DatasetWriter, AFailedFileRemovesEverythingTheWriteMade) {
   vxtest::expectHostError([&] { ds::writeDataset(out, data, options); },
                           "VANTRO:parquetio:write:InvalidOption");
   EXPECT_EQ(listing(out), std::vector<std::string>{"other.txt"});
+}
+
+// Ctrl-C between files: the host's interrupt, and nothing of the write left.
+TEST(DatasetWriter, AnInterruptBetweenFilesRemovesWhatWasWritten) {
+  TempDir dir;
+  utSetSignalThread();
+  auto options = partitionedBy({"g"});
+  options.configureFile = [](vantro::io::parquet::core::write::ParquetWriter&,
+                             const arrow::Schema&) { utInterruptState::Raise(); };
+  const auto data = table({"id", "g"}, {arrayFromJSON(arrow::int64(), "[1, 2]"),
+                                        arrayFromJSON(arrow::utf8(), R"(["x", "y"])")});
+  vxtest::expectHostError([&] { ds::writeDataset(dir.file("out"), data, options); },
+                          "VANTRO:host:Interrupted");
+  utInterruptState::Clear();
+  EXPECT_EQ(listing(dir.path()), std::vector<std::string>{});
 }
 
 TEST(DatasetWriter, WritesAHostTable) {
