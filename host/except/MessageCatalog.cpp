@@ -70,6 +70,21 @@ const std::unordered_map<std::string_view, std::string_view>& catalogue() {
       {"VANTRO:parquetio:dataset:InvalidOption", "Invalid value for the dataset's {0}: '{1}'."},
       {"VANTRO:parquetio:dataset:NoMoreData", "The dataset has no more data to read."},
       {"VANTRO:parquetio:dataset:SkippedFile", "Skipped '{0}': {1}."},
+      {"VANTRO:parquetio:dataset:TargetNotFolder", "Unable to write a dataset into '{0}': {1}."},
+      {"VANTRO:parquetio:dataset:TargetNotEmpty",
+       "'{0}' already holds files, such as '{1}': choose to add the new files beside them or to "
+       "replace the partitions written."},
+      {"VANTRO:parquetio:dataset:ExistingLayoutMismatch",
+       "'{1}' in '{0}' is partitioned by {2}, not by {3}: the folder could no longer be read as "
+       "one dataset."},
+      {"VANTRO:parquetio:dataset:InvalidPartitionVariable",
+       "Variable '{0}' of type {1} cannot partition a dataset: {2}."},
+      {"VANTRO:parquetio:dataset:AllVariablesPartitioned",
+       "Every variable is a partition variable: the files would hold none."},
+      {"VANTRO:parquetio:dataset:UnwritablePartitionValue",
+       "Partition variable '{0}' holds {1}, which no folder name keeps exactly: {2}."},
+      {"VANTRO:parquetio:dataset:RemoveFailed",
+       "Unable to remove the replaced file '{0}': {1}. The new files are written."},
       // Row filters
       {"VANTRO:filter:InvalidExpression", "Invalid row filter '{0}': {1}."},
       {"VANTRO:filter:UnknownVariable",

@@ -1,7 +1,9 @@
 ## -*- texinfo -*-
 ## @deftypefn  {} {} pq_write (@var{file}, @var{T})
 ## @deftypefnx {} {} pq_write (@var{file}, @var{T}, @var{name}, @var{value}, @dots{})
-## Write a table to a Parquet file.
+## @deftypefnx {} {} pq_write (@var{folder}, @var{T}, "PartitionBy", @var{names}, @dots{})
+## @deftypefnx {} {@var{files} =} pq_write (@dots{})
+## Write a table to a Parquet file, or to a folder of partitioned Parquet files.
 ##
 ## @var{T} is a 1x1 struct with one field per variable, each a column of the same height, in
 ## the shapes that @code{pq_read} returns (see @code{help pq_read}): numeric and logical
@@ -54,6 +56,39 @@
 ## the largest number of rows in one row group.
 ## @end table
 ##
+## @strong{Folders.}  Any of the options below writes @var{folder} (made when missing) instead of
+## one file: the rows go into Hive partition folders, one level per partition variable
+## (@file{year=2024/month=Jan/}), values URL-escaped (@file{a%2Fb} for "a/b") and missing values
+## as @file{__HIVE_DEFAULT_PARTITION__}; the files hold the other variables.  Partitions come in
+## the order their first row appears and rows keep their order.  Each file is named
+## @file{part-<16 random hex digits>-<n>.parquet}, so writers working at the same time never
+## pick one name, and appears whole or not at all; a write that fails removes what it wrote.
+## @var{files} lists the files written (for one file: @var{file}).
+## @table @asis
+## @item "PartitionBy"
+## the partition variables, outermost first (text or a cellstr; @code{@{@}} for none).  Their
+## values must have an exact folder text: integers, double or single holding whole numbers
+## (up to 2^53), logicals, text, and dates (a @code{Type} "datetime" of @code{Kind} "date32").
+## Other values are refused with "VANTRO:parquetio:dataset:InvalidPartitionVariable" or
+## "VANTRO:parquetio:dataset:UnwritablePartitionValue" (1.5, NaN, ...), before anything is
+## written.
+## @item "MaxRowsPerFile"
+## at most this many rows in one file (default 0: no limit).
+## @item "ExistingFiles"
+## what to do with files already in @var{folder}: "error" (default: refuse with
+## "VANTRO:parquetio:dataset:TargetNotEmpty" when it holds any visible file), "add" (write
+## beside them) or "replace" (once every new file is written, remove the old Parquet files of
+## the partition folders written; other partitions and other files stay).  Old Parquet files in
+## folders of another partitioning are refused with
+## "VANTRO:parquetio:dataset:ExistingLayoutMismatch".
+## @end table
+## Read back as a dataset, partition variables come last, typed by their folder names:
+## integers and whole numbers as int64, dates as dates, logicals as the text "true"/"false",
+## text as text (as numbers where every value looks like one, unless the reader is told its
+## types).  "RowGroupHeights" belongs to one file and is refused with folder options;
+## "Compression" and "Encoding" given per variable name the table's variables, partition
+## variables included.
+##
 ## Warnings of the library arrive as Octave warnings with its identifiers, e.g.
 ## "VANTRO:parquetio:write:RowGroupedListOfDictionaries" when lists of categoricals are
 ## split into row groups.  Errors carry the library's identifiers
@@ -69,18 +104,26 @@
 ## pq_write ("t.parquet", T, "Compression", "zstd", "RowGroupHeights", [2 1]);
 ## pq_write ("t.parquet", T, "Compression", @{"gzip", "snappy", "zstd"@}, "Version", "1.0");
 ## isequaln (pq_read ("t.parquet"), T)     # true
+## S = struct ("year", [2023; 2024; 2024], "x", [1; 2; 3]);
+## files = pq_write ("sales", S, "PartitionBy", "year")
+##   # @result{} @{"sales/year=2023/part-....parquet"; "sales/year=2024/part-....parquet"@}
 ## @end group
 ## @end example
 ## @seealso{pq_read, pq_info}
 ## @end deftypefn
 
-function pq_write (file, T, varargin)
+function files = pq_write (file, T, varargin)
   if (nargin < 2)
     print_usage ();
   endif
   opts = pq_options ("pq_write", {"Compression", "Encoding", "Version", "RowGroupHeights", ...
-                                  "MaxRowGroupLength"}, varargin);
-  __pq_mex__ ("write", file, T, opts);
+                                  "MaxRowGroupLength", "PartitionBy", "MaxRowsPerFile", ...
+                                  "ExistingFiles"}, varargin);
+  if (nargout > 0)
+    files = __pq_mex__ ("write", file, T, opts);
+  else
+    __pq_mex__ ("write", file, T, opts);
+  endif
 endfunction
 
 %!function T = roundtrip (dir, T, varargin)
@@ -278,6 +321,76 @@ endfunction
 %!error id=VANTRO:octave:UnsupportedValue pq_write (fullfile (dir, "e.parquet"), struct ("x", sparse (1)))
 %!error id=VANTRO:octave:InvalidArgument pq_write (3, struct ("x", 1))
 %!error <Invalid call> pq_write ("x.parquet")
+
+## Partitioned folders: one folder level per partition variable, rows in order, the partition
+## variables left out of the files.
+%!test
+%! out = fullfile (dir, "sales");
+%! T = struct ("year", [2024; 2023; 2024; NaN], "month", {{"Jan"; "a/b"; "Jan"; "Mar"}},
+%!             "x", [1; 2; 3; 4], "ok", [true; false; true; true]);
+%! files = pq_write (out, T, "PartitionBy", {"year", "month"});
+%! assert (files, {fullfile(out, "year=2024", "month=Jan", files{1}(end-34:end));
+%!                 fullfile(out, "year=2023", "month=a%2Fb", files{2}(end-34:end));
+%!                 fullfile(out, "year=__HIVE_DEFAULT_PARTITION__", "month=Mar", files{3}(end-34:end))});
+%! assert (regexp (files{1}, 'part-[0-9a-f]{16}-00000\.parquet$', "once"));
+%! R = pq_read (files{1});
+%! assert (fieldnames (R), {"x"; "ok"});
+%! assert (R.x, [1; 3]);
+%! assert (R.ok, [true; true]);
+%! assert (pq_read (files{2}).x, 2);
+%! assert (pq_read (files{3}).x, 4);
+%! ## Logical partition variables, and files of at most two rows.
+%! files = pq_write (fullfile (dir, "flags"), T, "PartitionBy", "ok", "MaxRowsPerFile", 2);
+%! assert (numel (files), 3);
+%! assert (cellfun (@(f) numel (pq_read (f).x), files), [2; 1; 1]);
+%! assert (strncmp (files, fullfile (dir, "flags", "ok=true", "part-"), numel (fullfile (dir, "flags", "ok=true", "part-"))), [true; true; false]);
+%! ## Writer options reach each file; per-variable ones name the table's variables.
+%! files = pq_write (fullfile (dir, "opts"), T, "PartitionBy", "month",
+%!                   "Compression", {"snappy", "snappy", "zstd", "gzip"}, "Version", "1.0");
+%! info = pq_info (files{1});
+%! assert (info.VariableCompression, {"snappy", "zstd", "gzip"});
+%! assert (info.Version, "1.0");
+
+## Files already in the folder: refused, added beside, or replaced partition by partition.
+%!test
+%! out = fullfile (dir, "existing");
+%! T = struct ("g", {{"a"; "b"}}, "x", [1; 2]);
+%! old = pq_write (out, T, "PartitionBy", "g");
+%! try
+%!   pq_write (out, T, "PartitionBy", "g");
+%!   error ("not refused");
+%! catch err
+%!   assert (err.identifier, "VANTRO:parquetio:dataset:TargetNotEmpty");
+%! end_try_catch
+%! added = pq_write (out, T, "PartitionBy", "g", "ExistingFiles", "add");
+%! assert (all (cellfun (@(f) exist (f, "file") == 2, [old; added])));
+%! fid = fopen (fullfile (out, "g=a", "notes.txt"), "w"); fclose (fid);
+%! new = pq_write (out, struct ("g", {{"a"}}, "x", 9), "PartitionBy", "g", "ExistingFiles", "Replace");
+%! assert (exist (old{1}, "file"), 0);
+%! assert (exist (added{1}, "file"), 0);
+%! assert (exist (old{2}, "file"), 2);
+%! assert (exist (added{2}, "file"), 2);
+%! assert (exist (fullfile (out, "g=a", "notes.txt"), "file"), 2);
+%! assert (pq_read (new{1}).x, 9);
+
+## Refused partition requests write nothing.
+%!test
+%! out = fullfile (dir, "refused");
+%! T = struct ("x", [1.5; 2], "y", [1; 2]);
+%! try
+%!   pq_write (out, T, "PartitionBy", "x");
+%!   error ("not refused");
+%! catch err
+%!   assert (err.identifier, "VANTRO:parquetio:dataset:UnwritablePartitionValue");
+%! end_try_catch
+%! assert (exist (out), 0);
+%!error id=VANTRO:parquetio:dataset:UnknownVariable pq_write (fullfile (dir, "e"), struct ("x", 1), "PartitionBy", "nope")
+%!error id=VANTRO:parquetio:dataset:AllVariablesPartitioned pq_write (fullfile (dir, "e"), struct ("x", 1), "PartitionBy", "x")
+%!error id=VANTRO:parquetio:dataset:InvalidPartitionVariable pq_write (fullfile (dir, "e"), struct ("l", {{[1; 2]}}, "x", 1), "PartitionBy", "l")
+%!error id=VANTRO:octave:InvalidArgument pq_write (fullfile (dir, "e"), struct ("x", 1, "y", 2), "PartitionBy", "x", "ExistingFiles", "keep")
+%!error id=VANTRO:octave:InvalidArgument pq_write (fullfile (dir, "e"), struct ("x", 1, "y", 2), "PartitionBy", "x", "MaxRowsPerFile", -1)
+%!error id=VANTRO:octave:InvalidArgument pq_write (fullfile (dir, "e"), struct ("x", [1; 2], "y", [1; 2]), "PartitionBy", "x", "RowGroupHeights", [1 1])
+%!error id=VANTRO:parquetio:dataset:TargetNotFolder pq_write (fullfile (dir, "keep.parquet"), struct ("x", 1, "y", 2), "PartitionBy", "x")
 
 %!test
 %! confirm_recursive_rmdir (false, "local");

@@ -82,6 +82,7 @@ std::string commandHelp(const std::string& command) {
        "example: vxparquet plan data/ -n 100 > tasks.jsonl\n"},
       {"write",
        "usage: vxparquet write OUT|- --from IN|- [options]\n"
+       "       vxparquet write OUTDIR --from IN|- --partition-by a,b [options]\n"
        "  --from IN                       the input: Parquet, CSV or TSV; '-' reads standard "
        "input\n"
        "  --from-format F                 parquet, csv or tsv (needed for '-' and other names)\n"
@@ -100,7 +101,14 @@ std::string commandHelp(const std::string& command) {
        "  --row-group-heights 1000,...    explicit row groups; they must add up to the rows\n"
        "  --max-row-group-length N        at most N rows per row group (default 1048576)\n"
        "  --compression-level N           the codec's level ({levels})\n"
-       "example: vxparquet write out.parquet --from in.csv --compression zstd\n"},
+       "  --partition-by a,b              write the folder OUTDIR: a=../b=../ folders of Parquet\n"
+       "                                  files without a and b (integer, text, logical or date)\n"
+       "  --max-rows-per-file N           in OUTDIR, files of at most N rows (0: no limit)\n"
+       "  --existing error|add|replace    files already in OUTDIR: refuse (default), add beside\n"
+       "                                  them, or replace the old Parquet files of the\n"
+       "                                  partitions written\n"
+       "example: vxparquet write out.parquet --from in.csv --compression zstd\n"
+       "example: vxparquet write sales/ --from in.csv --partition-by year,month\n"},
   };
   const auto it = texts.find(command);
   if (it == texts.end()) return std::string();

@@ -1,5 +1,6 @@
 // vxparquet write: writes a CSV or Parquet file's table through the library's ParquetWriter, as
-// the host would write one of its tables.
+// the host would write one of its tables, or through its dataset writer into a folder of
+// partitions.
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,9 +17,9 @@
 #include <arrow/csv/api.h>
 #include <arrow/io/file.h>
 #include <arrow/table.h>
+#include <arrow/type.h>
 #include <arrow/util/compression.h>
 #include <arrow/util/thread_pool.h>
-#include <arrow/type.h>
 #include <parquet/arrow/schema.h>
 #include <parquet/file_reader.h>
 #include <parquet/metadata.h>
@@ -29,6 +30,7 @@
 #include "host/services/Threads.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
+#include "toolbox/vantro/io/parquet/core/dataset/DatasetWriter.hpp"
 #include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 #include "toolbox/vantro/io/parquet/core/write/ParquetWriter.hpp"
@@ -384,6 +386,51 @@ Summary summarize(const std::string& path) {
   return {metadata->num_rows(), metadata->num_row_groups()};
 }
 
+// What every output file is written with; per-variable settings are kept by the input's
+// variables, in order, and handed to each file for the variables it holds.
+struct WriterSettings {
+  std::vector<std::string> inputNames;
+  std::optional<std::string> version;
+  std::optional<int64_t> maxRowGroupLength;
+  std::optional<std::vector<std::string>> compressions;
+  std::optional<std::vector<std::string>> encodings;
+  std::optional<int> compressionLevel;
+};
+
+// The values of the file's variables out of per-input-variable values: the file holds some of
+// the input's variables, in the input's order.
+std::vector<std::string> forFileVariables(const std::vector<std::string>& values,
+                                          const std::vector<std::string>& inputNames,
+                                          const ::arrow::Schema& fileSchema) {
+  std::vector<std::string> picked;
+  size_t next = 0;
+  for (const auto& name : fileSchema.field_names()) {
+    while (next < inputNames.size() && inputNames[next] != name) ++next;
+    picked.push_back(next < inputNames.size() ? values[next++] : values.front());
+  }
+  return picked;
+}
+
+void configureWriter(ParquetWriter& writer, const ::arrow::Schema& fileSchema,
+                     const WriterSettings& settings) {
+  if (settings.version) writer.setVersion(*settings.version);
+  if (settings.maxRowGroupLength) writer.setMaxRowGroupLength(*settings.maxRowGroupLength);
+  // Per-variable settings reach a variable's columns through its leaf paths.
+  if (settings.compressions || settings.encodings) {
+    LeafPaths leaves = leafPathsOf(fileSchema, writer.getUseCompliantNestedTypes());
+    writer.setLeafColumnPaths(std::move(leaves.offsets), std::move(leaves.paths));
+  }
+  if (settings.compressions) {
+    writer.setVariableCompression(
+        forFileVariables(*settings.compressions, settings.inputNames, fileSchema));
+  }
+  if (settings.encodings) {
+    writer.setVariableEncoding(
+        forFileVariables(*settings.encodings, settings.inputNames, fileSchema));
+  }
+  if (settings.compressionLevel) writer.setCompressionLevel(*settings.compressionLevel);
+}
+
 // One write per row group, so that Ctrl-C is noticed between row groups and the unfinished
 // file is discarded by the writer rather than cut off.
 void writeInRowGroups(ParquetWriter& writer, const std::shared_ptr<::arrow::Table>& table,
@@ -397,6 +444,60 @@ void writeInRowGroups(ParquetWriter& writer, const std::shared_ptr<::arrow::Tabl
     checkInterrupt();
     writer.writeArrow(table->Slice(start, maxLength));
   }
+}
+
+// How a folder of partitions is written: --partition-by, --max-rows-per-file, --existing.
+struct FolderRequest {
+  std::vector<std::string> partitionBy;
+  uint64_t maxRowsPerFile = 0;
+  vantro::io::parquet::core::dataset::ExistingFiles existing =
+      vantro::io::parquet::core::dataset::ExistingFiles::kRefuse;
+};
+
+std::optional<FolderRequest> folderRequestOf(const Arguments& args) {
+  namespace ds = vantro::io::parquet::core::dataset;
+  const auto partitionBy = args.value("--partition-by");
+  const auto maxRows = args.value("--max-rows-per-file");
+  const auto existing = args.value("--existing");
+  if (!partitionBy && !maxRows && !existing) return std::nullopt;
+  FolderRequest request;
+  if (partitionBy) request.partitionBy = splitNames(*partitionBy, "--partition-by");
+  if (maxRows) {
+    request.maxRowsPerFile = parseCount(*maxRows, "--max-rows-per-file", /*allowZero=*/true);
+  }
+  if (existing) {
+    const std::string mode = matchChoice(*existing, {"error", "add", "replace"}, "--existing");
+    request.existing = mode == "error" ? ds::ExistingFiles::kRefuse
+                       : mode == "add" ? ds::ExistingFiles::kAdd
+                                       : ds::ExistingFiles::kReplacePartitions;
+  }
+  return request;
+}
+
+int writeFolder(const std::string& output, const std::shared_ptr<::arrow::Table>& table,
+                const FolderRequest& request, const WriterSettings& settings) {
+  namespace ds = vantro::io::parquet::core::dataset;
+  ds::DatasetWriteOptions options;
+  options.partitionBy = request.partitionBy;
+  options.maxRowsPerFile = request.maxRowsPerFile;
+  options.existingFiles = request.existing;
+  options.configureFile = [&settings](ParquetWriter& writer, const ::arrow::Schema& fileSchema) {
+    checkInterrupt();
+    configureWriter(writer, fileSchema, settings);
+  };
+  const auto result = ds::writeDataset(output, table, options);
+  std::string partitioned;
+  for (const auto& name : request.partitionBy) {
+    partitioned += (partitioned.empty() ? "" : ", ") + name;
+  }
+  std::printf("wrote %s: %lld rows in %zu files, %zu partitions%s, %d variables", output.c_str(),
+              static_cast<long long>(table->num_rows()), result.files.size(), result.partitions,
+              partitioned.empty() ? "" : (" by " + partitioned).c_str(), table->num_columns());
+  if (request.existing == ds::ExistingFiles::kReplacePartitions) {
+    std::printf(", %zu old files replaced", result.removed.size());
+  }
+  std::printf("\n");
+  return 0;
 }
 
 }  // namespace
@@ -423,9 +524,19 @@ int runWrite(const std::vector<std::string>& words) {
       words,
       {"--from", "--from-format", "--delimiter", "--null-values", "--types", "--compression",
        "--compression-per-variable", "--encoding", "--encoding-per-variable", "--version",
-       "--row-group-heights", "--max-row-group-length", "--compression-level"},
+       "--row-group-heights", "--max-row-group-length", "--compression-level", "--partition-by",
+       "--max-rows-per-file", "--existing"},
       {"--no-header"});
   if (args.positional().size() != 1) throw UsageError{"write needs exactly one output file"};
+  const std::optional<FolderRequest> folder = folderRequestOf(args);
+  if (folder && args.value("--row-group-heights")) {
+    throw UsageError{
+        "--row-group-heights is for one file; a folder's files take "
+        "--max-row-group-length"};
+  }
+  if (folder && args.positional()[0] == "-") {
+    throw UsageError{"a partitioned write needs an output folder, not '-'"};
+  }
   if (!args.value("--from")) throw UsageError{"write needs --from IN"};
   requireAtMostOne(args, "--compression", "--compression-per-variable");
   requireAtMostOne(args, "--encoding", "--encoding-per-variable");
@@ -499,25 +610,26 @@ int runWrite(const std::vector<std::string>& words) {
     for (auto& value : *encodings) value = matchChoice(value, kEncodings, "--encoding");
   }
 
+  WriterSettings settings;
+  settings.inputNames = schema.field_names();
+  if (version) settings.version = versionName;
+  // Row groups of at most 2^20 rows let statistics skip parts of large files; the library's
+  // own default stays as it is for the host.
+  if (!heights) settings.maxRowGroupLength = maxLength.value_or(kDefaultMaxRowGroupLength);
+  settings.compressions = compressions;
+  settings.encodings = encodings;
+  settings.compressionLevel = compressionLevel;
+  // Without an encoding asked for, columns that a dictionary cannot shrink are written plain.
+  foundation::services::setChooseDictionaryPerColumn(!encodings);
+
+  checkInterrupt();
+  if (folder) return writeFolder(output, arrowTable, *folder, settings);
+
   ParquetWriter writer(utf8_to_ustring(toStdout ? "/dev/stdout" : output));
   std::vector<std::u16string> names;
   for (const auto& name : schema.field_names()) names.push_back(utf8_to_ustring(name));
   writer.setVariableNames(names);
-  if (version) writer.setVersion(versionName);
-  // Row groups of at most 2^20 rows let statistics skip parts of large files; the library's
-  // own default stays as it is for the host.
-  if (!heights) writer.setMaxRowGroupLength(maxLength.value_or(kDefaultMaxRowGroupLength));
-
-  // Per-variable settings reach a variable's columns through its leaf paths.
-  if (compressions || encodings) {
-    LeafPaths leaves = leafPathsOf(schema, writer.getUseCompliantNestedTypes());
-    writer.setLeafColumnPaths(std::move(leaves.offsets), std::move(leaves.paths));
-  }
-  if (compressions) writer.setVariableCompression(*compressions);
-  if (encodings) writer.setVariableEncoding(*encodings);
-  if (compressionLevel) writer.setCompressionLevel(*compressionLevel);
-  // Without an encoding asked for, columns that a dictionary cannot shrink are written plain.
-  foundation::services::setChooseDictionaryPerColumn(!encodings);
+  configureWriter(writer, schema, settings);
 
   checkInterrupt();
   if (heights) {

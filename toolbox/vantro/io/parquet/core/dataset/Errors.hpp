@@ -32,6 +32,14 @@ VANTRO_DATASET_MESSAGE_TAG(SchemaMismatch);
 VANTRO_DATASET_MESSAGE_TAG(UnknownVariable);
 VANTRO_DATASET_MESSAGE_TAG(InvalidOption);
 VANTRO_DATASET_MESSAGE_TAG(NoMoreData);
+// Writing a dataset.
+VANTRO_DATASET_MESSAGE_TAG(TargetNotFolder);
+VANTRO_DATASET_MESSAGE_TAG(TargetNotEmpty);
+VANTRO_DATASET_MESSAGE_TAG(ExistingLayoutMismatch);
+VANTRO_DATASET_MESSAGE_TAG(InvalidPartitionVariable);
+VANTRO_DATASET_MESSAGE_TAG(AllVariablesPartitioned);
+VANTRO_DATASET_MESSAGE_TAG(UnwritablePartitionValue);
+VANTRO_DATASET_MESSAGE_TAG(RemoveFailed);
 // Warning: a file left out because the options say so.
 VANTRO_DATASET_MESSAGE_TAG(SkippedFile);
 
