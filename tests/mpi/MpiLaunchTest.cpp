@@ -94,3 +94,35 @@ TEST_F(MpiLaunchTest, AFailureOnOneRankReachesRankZero) {
 }
 
 }  // namespace
+
+namespace {
+
+// count and stats over ranks print what one process prints, with and without --where, in both
+// layouts; a file that cannot be counted is reported beside the others' counts.
+TEST_F(MpiLaunchTest, CountAndStatsReduceToOneProcessAnswer) {
+  vxtest::writeSimpleFile(mDir, "c.parquet", 700, 100);
+  vxtest::writeSimpleFile(mDir, "d.parquet", 10, 10);
+  for (const std::string& arguments :
+       {"count " + mDir.path(), "count " + mDir.path() + " --json",
+        "count " + mDir.path() + " --where \"id < 300 or id >= 2400\"",
+        "count " + mDir.path() + " --where \"id < 300\" --json", "stats " + mDir.path(),
+        "stats " + mDir.path() + " --json --vars id"}) {
+    const auto one = vxtest::runVxparquet(arguments);
+    ASSERT_EQ(one.exitCode, 0) << arguments << ": " << one.err;
+    for (int ranks : {2, 3, 5}) {
+      const auto launch = mpirun(ranks, arguments);
+      ASSERT_EQ(launch.exitCode, 0) << arguments << ": " << launch.err;
+      EXPECT_EQ(launch.out, one.out) << ranks << " ranks: " << arguments;
+    }
+  }
+  vxtest::writeBytes(mDir.file("e.parquet"), "not parquet");
+  const auto one = vxtest::runVxparquet("count " + mDir.path() + " --json");
+  const auto launch = mpirun(3, "count " + mDir.path() + " --json");
+  EXPECT_EQ(one.exitCode, 1);
+  EXPECT_EQ(launch.exitCode, 1);
+  EXPECT_EQ(launch.out, one.out);
+  EXPECT_NE(launch.err.find("VANTRO:parquetio:read:InternalInvalidRead"), std::string::npos)
+      << launch.err;
+}
+
+}  // namespace

@@ -87,3 +87,30 @@ TEST(CountCommand, UsageErrorsExitWithTwo) {
   EXPECT_EQ(vxtest::runVxparquet("frobnicate").exitCode, 2);
   EXPECT_EQ(vxtest::runVxparquet("").exitCode, 2);
 }
+
+// --split K/N counts and describes a run of whole files: the shares' file lines together are
+// the whole count's; each share is a complete output of its own.
+TEST(CountCommand, SplitsTakeRunsOfWholeFiles) {
+  vxtest::TempDir dir;
+  for (const std::string name : {"a", "b", "c"})
+    vxtest::writeSimpleFile(dir, name + ".parquet", 30, 10);
+  const auto whole = vxtest::runVxparquet("count " + dir.path());
+  ASSERT_EQ(whole.exitCode, 0) << whole.err;
+  std::string lines;
+  for (const std::string share : {"1/2", "2/2"}) {
+    const auto part = vxtest::runVxparquet("count " + dir.path() + " --split " + share);
+    ASSERT_EQ(part.exitCode, 0) << part.err;
+    for (size_t at = 0, next; at < part.out.size(); at = next + 1) {
+      next = part.out.find('\n', at);
+      const std::string line = part.out.substr(at, next - at + 1);
+      if (line.find("total of") == std::string::npos) lines += line;
+    }
+    const auto stats =
+        vxtest::runVxparquet("stats " + dir.path() + " --split " + share + " --json");
+    ASSERT_EQ(stats.exitCode, 0) << stats.err;
+    EXPECT_NO_THROW(vxtest::parseJson(stats.out)) << stats.out;
+  }
+  // The whole count less its total line.
+  EXPECT_EQ(lines, whole.out.substr(0, whole.out.rfind('\n', whole.out.size() - 2) + 1));
+  EXPECT_EQ(vxtest::runVxparquet("count " + dir.path() + " --split 3/2").exitCode, 2);
+}

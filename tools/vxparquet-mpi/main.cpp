@@ -1,12 +1,15 @@
-// vxparquet-mpi: vxparquet's read over the ranks of an MPI launch.
+// vxparquet-mpi: vxparquet's read, count and stats over the ranks of an MPI launch.
 //
 //   mpirun -n N vxparquet-mpi read SOURCE... [read's options] [--output-dir DIR]
+//   mpirun -n N vxparquet-mpi count|stats SOURCE... [their options]
 //
 // Rank 0 plans the sources' row groups into N tasks (as 'vxparquet plan' does) and hands each
 // rank its task; every rank reads its own. read prints every rank's rows on rank 0's standard
 // output in the plan's order (CSV and JSON lines), the same bytes as 'vxparquet read' of the
-// same sources prints, or writes one file per rank with --output-dir. An error on any rank is
-// printed by rank 0 with its identifier, and the launch exits with its status.
+// same sources prints, or writes one file per rank with --output-dir. count and stats give each
+// rank a run of whole files (count --where a task of the plan); rank 0 prints what one process
+// prints. An error on any rank is printed by rank 0 with its identifier, and the launch exits
+// with its status.
 #include <unistd.h>
 
 #include <csignal>
@@ -34,13 +37,14 @@ using vxparquet::mpi::CapturedOutput;
 
 constexpr int kTaskTag = 11;
 constexpr int kErrorTag = 12;
+constexpr int kResultTag = 13;
 // The first byte of a task message: a task text follows, or rank 0's failure.
 constexpr char kTaskFollows = 'T';
 constexpr char kPlanFailed = 'F';
 
 const char* kUsage =
-    "usage: mpirun -n N vxparquet-mpi read SOURCE... [options]\n"
-    "  the options of 'vxparquet read', with --format csv or jsonl\n"
+    "usage: mpirun -n N vxparquet-mpi read|count|stats SOURCE... [options]\n"
+    "  the options of 'vxparquet read' (with --format csv or jsonl), 'count' or 'stats'\n"
     "  --output-dir DIR   read: each rank writes its rows to DIR/part-<K>.csv (or .jsonl)\n"
     "                     instead of sending them to rank 0's standard output\n";
 
@@ -48,6 +52,7 @@ int gRank = 0;
 int gSize = 1;
 bool gTaskSent = false;      // rank 0: every rank has had its task message
 bool gTaskReceived = false;  // other ranks: the task message has arrived
+bool gResultsDone = false;   // this rank has sent its result (rank 0: taken every rank's)
 
 extern "C" void onInterrupt(int) { utInterruptState::Raise(); }
 
@@ -91,6 +96,32 @@ plan::Task taskFromRankZero(const vxparquet::PlanRequest& request, const vxparqu
   return tasks[0];
 }
 
+// A rank's result for rank 0 (count's reduction). A rank that failed before sending sends an
+// empty failure in settleResultMessages; rank 0 leaves its share out, and the rank's own error
+// is the one reported.
+std::vector<std::string> gatherResults(const std::string& mine) {
+  gResultsDone = true;
+  if (gRank != 0) {
+    sendText(0, kTaskFollows, mine, kResultTag);
+    return {};
+  }
+  std::vector<std::string> all{mine};
+  for (int r = 1; r < gSize; ++r) {
+    const std::string message = receiveText(r, kResultTag);
+    if (!message.empty() && message[0] == kTaskFollows) all.push_back(message.substr(1));
+  }
+  return all;
+}
+
+void settleResultMessages(bool gathering) {
+  if (!gathering || gResultsDone) return;
+  if (gRank != 0) {
+    sendText(0, kPlanFailed, "", kResultTag);
+  } else {
+    for (int r = 1; r < gSize; ++r) receiveText(r, kResultTag);
+  }
+}
+
 // Every rank gets exactly one task message: one that its command did not ask for (a failure
 // before the plan, on either side) is sent or taken here, so that no rank waits for ever.
 void settleTaskMessages() {
@@ -111,7 +142,11 @@ Outcome runCommand(const std::string& command, std::vector<std::string> words) {
   try {
     vxparquet::takeThreadsOption(words);
     if (command == "read") return {vxparquet::runRead(words), ""};
-    throw vxparquet::UsageError{"unknown command '" + command + "' (only read runs over ranks)"};
+    // count reports files that cannot be counted itself (exit status 1, no error of its own).
+    if (command == "count") return {vxparquet::runCount(words), ""};
+    if (command == "stats") return {vxparquet::runStats(words), ""};
+    throw vxparquet::UsageError{"unknown command '" + command +
+                                "' (read, count and stats run over ranks)"};
   } catch (const vxparquet::UsageError& e) {
     return {2, "usage: " + e.message};
   } catch (const foundation::core::except::InterruptException& e) {
@@ -137,7 +172,7 @@ Outcome firstFailure(const Outcome& mine) {
   if (gRank == failed && gRank != 0) sendText(0, 'E', mine.error, kErrorTag);
   Outcome first{statuses[failed], mine.error};
   if (gRank == 0 && failed != 0) first.error = receiveText(failed, kErrorTag).substr(1);
-  if (gRank == 0 && gSize > 1)
+  if (gRank == 0 && gSize > 1 && !first.error.empty())
     first.error += " (rank " + std::to_string(failed) + " of " + std::to_string(gSize) + ")";
   return first;
 }
@@ -210,6 +245,8 @@ int main(int argc, char** argv) {
   std::optional<CapturedOutput> captured;
   if (outcome.status == 0) {
     vxparquet::setTaskSource(taskFromRankZero);
+    // stats does not gather, but its ranks print their parts of one document once it is set.
+    if (command == "count" || command == "stats") vxparquet::setResultGather(gatherResults);
     words.push_back("--split");
     words.push_back(std::to_string(gRank + 1) + "/" + std::to_string(gSize));
     try {
@@ -221,9 +258,14 @@ int main(int argc, char** argv) {
     if (captured) captured->finish();
   }
   settleTaskMessages();
+  settleResultMessages(command == "count" || command == "stats");
 
   const Outcome failure = firstFailure(outcome);
-  if (failure.status != 0) {
+  // count's files that could not be counted are reported by count itself, beside its output.
+  // Only rank 0 knows the failure's text, so it decides for every rank whether output follows.
+  int reported = failure.status != 0 && failure.error.empty() ? 1 : 0;
+  MPI_Bcast(&reported, 1, MPI_INT, 0, MPI_COMM_WORLD);
+  if (failure.status != 0 && reported == 0) {
     if (gRank == 0) {
       std::fprintf(stderr, "vxparquet-mpi %s: error: %s\n", command.c_str(), failure.error.c_str());
     }
@@ -253,5 +295,5 @@ int main(int argc, char** argv) {
   } else {
     vxparquet::mpi::sendToRoot(captured->fd());
   }
-  return finishWith(0);
+  return finishWith(failure.status);
 }

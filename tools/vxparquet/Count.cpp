@@ -1,15 +1,19 @@
 // vxparquet count: row groups and rows of many files, and their total.
 #include <cstdio>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include <parquet/exception.h>
 #include <parquet/file_reader.h>
 #include <parquet/metadata.h>
+#include <boost/property_tree/json_parser.hpp>
+#include <boost/property_tree/ptree.hpp>
 
 #include "Cli.hpp"
 #include "Files.hpp"
+#include "Split.hpp"
 #include "host/converter/ParallelFor.hpp"
 #include "host/except/Exception.hpp"
 #include "host/unicode/ustring.hpp"
@@ -77,13 +81,49 @@ std::vector<FileCount> countEach(const std::vector<std::string>& files, bool seq
   return counts;
 }
 
+// One share's match count as text for rank 0, and back.
+std::string matchText(const vantro::io::parquet::core::dataset::MatchCount& count) {
+  return std::to_string(count.rows) + " " + std::to_string(count.piecesAllMatch) + " " +
+         std::to_string(count.piecesRead);
+}
+void addMatchText(const std::string& text, vantro::io::parquet::core::dataset::MatchCount& sum) {
+  unsigned long long rows = 0, allMatch = 0, read = 0;
+  if (std::sscanf(text.c_str(), "%llu %llu %llu", &rows, &allMatch, &read) != 3) {
+    failWith("CannotCombine", "A rank sent '" + text + "' as its count.");
+  }
+  sum.rows += rows;
+  sum.piecesAllMatch += allMatch;
+  sum.piecesRead += read;
+}
+
 // count --where: the rows of the whole dataset that match, from footer statistics where they
-// decide and by reading the filter's variables elsewhere.
+// decide and by reading the filter's variables elsewhere. With --split, the task's pieces only;
+// in a launch every rank counts its task and rank 0 prints the sum.
 int countMatching(const Arguments& args, const std::string& where) {
   namespace dataset = vantro::io::parquet::core::dataset;
   auto files = std::make_shared<const dataset::Dataset>(args.positional(), datasetOptions(args));
   dataset::DatasetReader reader(files, {}, where);
-  const auto count = reader.countMatches();
+  if (const auto split = args.value("--split")) {
+    const PlanRequest plan{args.positional(), datasetOptions(args), where, {}};
+    const TaskPieces pieces = piecesOfTask(taskForSplit(plan, parseSplit(*split)));
+    std::vector<std::string> paths;
+    for (size_t f = 0; f < files->fileCount(); ++f) {
+      paths.push_back(absolutePath(files->file(f).path));
+    }
+    reader.keepPieces([&](const dataset::Piece& piece) {
+      const auto found = pieces.find(paths[piece.file]);
+      return found != pieces.end() && found->second.count(piece.rowGroup) != 0;
+    });
+  }
+  auto count = reader.countMatches();
+  if (const auto& gather = resultGather()) {
+    const auto shares = gather(matchText(count));
+    if (shares.empty()) return 0;  // not rank 0: it prints the sum
+    dataset::MatchCount sum;
+    sum.piecesRuledOut = count.piecesRuledOut;  // every rank rules out the same pieces
+    for (const auto& share : shares) addMatchText(share, sum);
+    count = sum;
+  }
   const uint64_t total = files->rowGroupCount();
   if (args.flag("--explain")) {
     std::fprintf(stderr,
@@ -114,18 +154,62 @@ std::string rowsText(const std::optional<int64_t>& rows) {
   return rows ? std::to_string(*rows) : std::string("?");
 }
 
+// A share's counts as text for rank 0 (one JSON object per line), and back.
+std::string countsText(const std::vector<FileCount>& counts) {
+  std::string text;
+  for (const auto& c : counts) {
+    text += "{\"file\": " + jsonString(c.file) + ", \"rowGroups\": \"" +
+            std::to_string(c.rowGroups) + "\", \"rows\": \"" +
+            (c.rows ? std::to_string(*c.rows) : std::string("?")) + "\"";
+    if (c.error) {
+      text += ", \"identifier\": " + jsonString(c.error->identifier) +
+              ", \"message\": " + jsonString(c.error->message);
+    }
+    text += "}\n";
+  }
+  return text;
+}
+void addCountsText(const std::string& text, std::vector<FileCount>& counts) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    try {
+      boost::property_tree::ptree entry;
+      std::istringstream in(line);
+      boost::property_tree::read_json(in, entry);
+      FileCount count;
+      count.file = entry.get<std::string>("file");
+      count.rowGroups = std::stoull(entry.get<std::string>("rowGroups"));
+      const auto rows = entry.get<std::string>("rows");
+      if (rows != "?") count.rows = std::stoll(rows);
+      if (const auto identifier = entry.get_optional<std::string>("identifier")) {
+        count.error = ProgramError{*identifier, entry.get<std::string>("message")};
+      }
+      counts.push_back(std::move(count));
+    } catch (const std::exception&) {
+      failWith("CannotCombine", "A rank sent a count that cannot be read: '" + line + "'.");
+    }
+  }
+}
+
 }  // namespace
 
 int runCount(const std::vector<std::string>& words) {
   const Arguments args(
-      words, {"--where", kPartitioningOption},
+      words, {"--where", kPartitioningOption, "--split"},
       {"--sequential", "--json", "--recursive", kStrictFlag, kSkipBadFilesFlag, "--explain"});
   if (args.positional().empty()) throw UsageError{"count needs at least one FILE"};
   if (const auto where = args.value("--where")) return countMatching(args, *where);
   if (args.flag("--explain")) throw UsageError{"--explain needs --where"};
-  const std::vector<std::string> files =
-      expandInputs(args.positional(), args.flag(kSkipBadFilesFlag));
-  const auto counts = countEach(files, args.flag("--sequential"), args.flag("--strict"));
+  std::vector<std::string> files = expandInputs(args.positional(), args.flag(kSkipBadFilesFlag));
+  // --split: a run of whole files, so that the shares' lines together are the whole count's.
+  if (const auto split = args.value("--split")) files = shareOf(files, parseSplit(*split));
+  auto counts = countEach(files, args.flag("--sequential"), args.flag("--strict"));
+  if (const auto& gather = resultGather()) {
+    const auto shares = gather(countsText(counts));
+    if (shares.empty()) return 0;  // not rank 0: it prints every rank's counts
+    counts.clear();
+    for (const auto& share : shares) addCountsText(share, counts);
+  }
 
   uint64_t totalGroups = 0;
   int64_t totalRows = 0;

@@ -144,6 +144,26 @@ std::vector<plan::Task> planSources(const PlanRequest& request, uint64_t count) 
   return tasks;
 }
 
+std::pair<size_t, size_t> shareRange(size_t n, const SplitChoice& choice) {
+  const auto boundary = [&](uint64_t k) {
+    return static_cast<size_t>((static_cast<unsigned __int128>(n) * k) / choice.count);
+  };
+  return {boundary(choice.number - 1), boundary(choice.number)};
+}
+
+std::vector<std::string> shareOf(const std::vector<std::string>& files, const SplitChoice& choice) {
+  const auto [first, end] = shareRange(files.size(), choice);
+  return {files.begin() + static_cast<std::ptrdiff_t>(first),
+          files.begin() + static_cast<std::ptrdiff_t>(end)};
+}
+
+ResultGather& gatherSlot() {
+  static ResultGather gather;
+  return gather;
+}
+void setResultGather(ResultGather gather) { gatherSlot() = std::move(gather); }
+const ResultGather& resultGather() { return gatherSlot(); }
+
 std::string absolutePath(const std::string& name) {
   if (name.find("://") != std::string::npos || name.rfind("file:", 0) == 0) return name;
   std::error_code error;

@@ -8,6 +8,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "toolbox/vantro/io/parquet/core/dataset/Dataset.hpp"
@@ -77,6 +78,19 @@ TaskInputs inputsOfTask(const vantro::io::parquet::core::plan::Task& task);
 // given, with every file checked against its fingerprint.
 vantro::io::parquet::core::plan::Task readTask(const std::string& file,
                                                const std::optional<std::string>& root);
+
+// Share K of N of n files, for the commands that work file by file (count, stats): the files
+// [first, end) of a run of whole files, the runs as equal in number as can be.
+std::pair<size_t, size_t> shareRange(size_t n, const SplitChoice& choice);
+std::vector<std::string> shareOf(const std::vector<std::string>& files, const SplitChoice& choice);
+
+// Under a launcher whose processes each take a share (vxparquet-mpi), a command that reduces
+// its shares sends its result to rank 0: gather(mine) returns every rank's in rank order on
+// rank 0 and nothing on the others. Empty when the program runs on its own; stats then prints
+// its share as a whole document, and in a launch as its part of the whole one.
+using ResultGather = std::function<std::vector<std::string>(const std::string& mine)>;
+void setResultGather(ResultGather gather);
+const ResultGather& resultGather();
 
 int runPlan(const std::vector<std::string>& words);
 

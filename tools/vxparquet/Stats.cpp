@@ -6,10 +6,12 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "Cli.hpp"
 #include "Files.hpp"
+#include "Split.hpp"
 #include "host/converter/Display.hpp"
 #include "host/except/Exception.hpp"
 #include "host/matrix/Matrix.hpp"
@@ -375,17 +377,29 @@ void printStatsOf(const std::string& file, const Arguments& args) {
 }  // namespace
 
 int runStats(const std::vector<std::string>& words) {
-  const Arguments args(words, {"--vars"}, {"--json", "--recursive", kSkipBadFilesFlag});
+  const Arguments args(words, {"--vars", "--split"}, {"--json", "--recursive", kSkipBadFilesFlag});
   if (args.positional().empty()) throw UsageError{"stats needs at least one FILE"};
-  const std::vector<std::string> files =
-      expandInputs(args.positional(), args.flag(kSkipBadFilesFlag));
+  std::vector<std::string> files = expandInputs(args.positional(), args.flag(kSkipBadFilesFlag));
+  // --split: a run of whole files. On its own the share is a document of its own; in a launch
+  // each rank prints its part of the whole document, and rank 0 puts the parts together.
+  size_t first = 0, end = files.size();
+  if (const auto split = args.value("--split")) {
+    std::tie(first, end) = shareRange(files.size(), parseSplit(*split));
+    if (!resultGather()) {
+      files = {files.begin() + static_cast<std::ptrdiff_t>(first),
+               files.begin() + static_cast<std::ptrdiff_t>(end)};
+      first = 0;
+      end = files.size();
+    }
+  }
   // Several files: a JSON array of the documents, or each table under a "file:" line.
   const bool several = files.size() > 1;
-  if (several && args.flag("--json")) std::printf("[");
-  Progress progress("file", files.size());
-  for (size_t i = 0; i < files.size(); ++i) {
+  // The brackets go with the first and the last file, whichever share holds them.
+  if (several && args.flag("--json") && first == 0 && end > first) std::printf("[");
+  Progress progress("file", end - first);
+  for (size_t i = first; i < end; ++i) {
     checkInterrupt();
-    if (several) progress.step(i);
+    if (several) progress.step(i - first);
     if (several && args.flag("--json") && i > 0) std::printf(", ");
     if (several && !args.flag("--json")) {
       std::printf("%sfile: %s\n", i > 0 ? "\n" : "",
@@ -393,7 +407,7 @@ int runStats(const std::vector<std::string>& words) {
     }
     printStatsOf(files[i], args);
   }
-  if (several && args.flag("--json")) std::printf("]\n");
+  if (several && args.flag("--json") && end == files.size() && end > first) std::printf("]\n");
   return 0;
 }
 
