@@ -1,8 +1,13 @@
 ## -*- texinfo -*-
 ## @deftypefn  {} {@var{T} =} pq_read (@var{file})
-## @deftypefnx {} {@var{T} =} pq_read (@var{file}, @var{name}, @var{value}, @dots{})
+## @deftypefnx {} {@var{T} =} pq_read (@var{source})
+## @deftypefnx {} {@var{T} =} pq_read (@dots{}, @var{name}, @var{value}, @dots{})
 ## @deftypefnx {} {[@var{T}, @var{rowgroups}] =} pq_read (@dots{})
-## Read a Parquet file, some of its row groups or the row groups in a byte range.
+## Read a Parquet file, some of its row groups or the row groups in a byte range; or read
+## many files as one table (a dataset).
+##
+## @var{source} is a folder, a glob pattern or a cell array of files, folders and patterns:
+## see "Datasets" below.  One name that is a file (or has no wildcard) is read as one file.
 ##
 ## @var{T} is a 1x1 struct with one field per variable (any text is a field name), each an Rx1
 ## column:
@@ -47,6 +52,54 @@
 ## "RowGroups" and "ByteRange" exclude each other.  The second output lists the row groups
 ## that were read.
 ##
+## Datasets: a folder is read with every file below it, at any depth; a pattern takes the
+## files it matches (@code{*}, @code{?} and @code{[...]} within one name, @code{**} for any
+## number of folder levels; a pattern that matches a folder takes the folder's files).  Names
+## starting with @code{_} or @code{.} (@file{_SUCCESS}, @file{.crc} files, unfinished writes)
+## are passed over.  A pattern without files fails with
+## "VANTRO:parquetio:dataset:NoMatch", a folder without files with
+## "VANTRO:parquetio:dataset:EmptyFolder".
+##
+## Row order: the sources in the order given, the files of each sorted by name (a file reached
+## twice is read once), the row groups of each file in ascending order.
+##
+## The table has every variable of any file, in the order first met, then the partition
+## variables: @code{key=value} folders between a folder named (or the part of a pattern before
+## its first wildcard) and the files, the same keys in every file.  A file without a variable
+## holds missing values there.  A variable whose type differs between files takes the type
+## that holds every file's values exactly: narrower integers to wider ones of the same
+## signedness; single to double; integers of at most 32 bits and single to double; timestamps
+## of one time zone to the finest unit; categorical text and text to text; lists by their
+## elements.  Any other difference (int64 and double, signed and unsigned, structs that
+## differ, ...) fails with "VANTRO:parquetio:dataset:SchemaConflict" naming the variable, both
+## files and both types.  Partition values are integer (int64), double, date, timestamp or
+## otherwise text, whichever holds all of them.
+##
+## "Variables", "Where" and "DatesAs" apply to datasets as to one file (an unknown variable
+## fails with "VANTRO:parquetio:dataset:UnknownVariable").  "Where" leaves out the files
+## whose partition values rule out a match and the row groups whose statistics do, then
+## filters the rows exactly.  Options of datasets only (given with one file, they read it as a
+## dataset of one file):
+## @table @asis
+## @item "Partitioning"
+## @code{"hive"} (default: @code{key=value} folders are variables) or @code{"none"}.
+## @item "PartitionTypes"
+## the types of partition variables, a struct (@code{struct ("year", "int64")}) or an Nx2
+## cell of names and types, each @code{"int64"}, @code{"double"}, @code{"date"},
+## @code{"timestamp"} or @code{"string"}; variables not named get theirs from their values.
+## @item "Strict"
+## true: every file must have the same variables in the same order with the same types
+## ("VANTRO:parquetio:dataset:SchemaMismatch" otherwise).
+## @item "SkipBadFiles"
+## true: a file found in a folder or by a pattern that is not Parquet, cannot be read or is a
+## dangling link is left out with the warning "VANTRO:parquetio:dataset:SkippedFile" instead
+## of failing the read ("VANTRO:parquetio:dataset:NotParquet", ...).  Files named on their own
+## always fail as they do when read alone.
+## @end table
+## "RowGroups" and "ByteRange" apply to one file only and are refused for a dataset
+## (use @code{pq_dataset} to read one piece at a time).  The second output of a dataset read
+## is an Nx2 @code{[file rowgroup]} list of the row groups read, both counted from 1.
+##
 ## Examples:
 ## @example
 ## @group
@@ -55,18 +108,44 @@
 ## [T, rg] = pq_read ("t.parquet", "ByteRange", [0 1e6]);
 ## T = pq_read ("t.parquet", "Where", "x >= 2 & ~(s == 'b')");
 ## T = pq_read ("t.parquet", "DatesAs", "datenum");   datestr (T.when(1))
+## T = pq_read ("data");                   # every file below data/
+## T = pq_read ("data/part-*.parquet", "Where", "x > 1");
+## T = pq_read (@{"a.parquet", "b.parquet"@}, "Variables", "x");
 ## @end group
 ## @end example
-## @seealso{pq_reader, pq_info, pq_write, pq_stats}
+##
+## A dataset in Hive folders, its partition variable typed as text:
+## @example
+## @group
+## mkdir ("sales/region=north");  mkdir ("sales/region=south");
+## pq_write ("sales/region=north/1.parquet", struct ("amount", [10; 20]));
+## pq_write ("sales/region=south/1.parquet", struct ("amount", int32 (5)));
+## T = pq_read ("sales", "Where", "region == 'south'");   # T.amount is 5
+## T = pq_read ("sales", "PartitionTypes", struct ("region", "string"));
+## @end group
+## @end example
+## @seealso{pq_reader, pq_dataset, pq_info, pq_write, pq_stats}
 ## @end deftypefn
 
-function [T, rowgroups] = pq_read (file, varargin)
+function [T, rowgroups] = pq_read (source, varargin)
   if (nargin < 1)
     print_usage ();
   endif
-  opts = pq_options ("pq_read", {"Variables", "RowGroups", "ByteRange", "Where", "DatesAs"},
-                     varargin);
-  [T, rowgroups] = __pq_mex__ ("read", file, opts);
+  dataset_options = pq_dataset_options ();
+  opts = pq_options ("pq_read", [{"Variables", "RowGroups", "ByteRange", "Where", "DatesAs"}, ...
+                                 dataset_options], varargin);
+  if (pq_single_file (source) && ! any (isfield (opts, dataset_options)))
+    [T, rowgroups] = __pq_mex__ ("read", source, opts);
+    return;
+  endif
+  for name = {"RowGroups", "ByteRange"}
+    if (isfield (opts, name{1}))
+      error ("VANTRO:octave:InvalidArgument",
+             "pq_read: %s applies to one file, not to a dataset (pq_dataset reads a dataset piece by piece)",
+             name{1});
+    endif
+  endfor
+  [T, rowgroups] = __pq_mex__ ("readdataset", source, opts);
 endfunction
 
 %!shared dir, file, T0
@@ -201,8 +280,7 @@ endfunction
 %! ## Option values match in any case, as option names do.
 %! assert (pq_read (file, "datesas", "TICKS"), T0);
 %!error <DatesAs must be "ticks" or "datenum", not "julian"> pq_read (file, "DatesAs", "julian")
-## A folder and a missing file fail as in every other function of the package.
-%!error id=VANTRO:vfs:IsDirectory pq_read (dir)
+## A missing file fails as in every other function of the package (a folder is a dataset).
 %!error <Its variables: 'x', 's', 'k'> pq_read (file, "Variables", {"x", "nope"})
 %!error id=VANTRO:vfs:FileNotFound pq_read (fullfile (dir, "none.parquet"))
 %!error <Invalid call> pq_read ()
