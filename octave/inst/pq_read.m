@@ -288,3 +288,229 @@ endfunction
 %!test
 %! confirm_recursive_rmdir (false, "local");
 %! rmdir (dir, "s");
+
+## Datasets: folders, patterns and lists read as one table.  Each test makes its own folder:
+## year=2023 holds id as int32 and no "note", year=2024 id as int64 and a "note"; a writer's
+## _SUCCESS marker and a .crc file lie beside them.
+%!function d = make_dataset ()
+%!  d = tempname ();
+%!  mkdir (fullfile (d, "year=2023"));
+%!  mkdir (fullfile (d, "year=2024"));
+%!  pq_write (fullfile (d, "year=2023", "part-0.parquet"),
+%!            struct ("id", int32 ([1; 2; 3]), "x", [0.5; 1.5; NaN]), "RowGroupHeights", [2 1]);
+%!  pq_write (fullfile (d, "year=2024", "part-0.parquet"),
+%!            struct ("id", int64 ([4; 5]), "x", [2.5; 3.5], "note", {{"a"; []}}));
+%!  fclose (fopen (fullfile (d, "_SUCCESS"), "w"));
+%!  fid = fopen (fullfile (d, "year=2024", ".part-0.parquet.crc"), "w");
+%!  fputs (fid, "crc"); fclose (fid);
+%!endfunction
+
+%!function remove_dataset (d)
+%!  confirm_recursive_rmdir (false, "local");
+%!  rmdir (d, "s");
+%!endfunction
+
+%!function identifier = error_of (f)
+%!  identifier = "";
+%!  try
+%!    f ();
+%!  catch err
+%!    identifier = err.identifier;
+%!  end_try_catch
+%!endfunction
+
+%!test
+%! ## Variables by name in the order first met, promoted (int32 and int64: int64), the
+%! ## partition variable last; files by name, row groups ascending.
+%! d = make_dataset ();
+%! unwind_protect
+%!   [T, rg] = pq_read (d);
+%!   assert (fieldnames (T), {"id"; "x"; "note"; "year"});
+%!   assert (T.id, int64 ((1:5)'));
+%!   assert (T.x, [0.5; 1.5; NaN; 2.5; 3.5]);
+%!   assert (T.note, {[]; []; []; "a"; []});
+%!   assert (T.year, int64 ([2023; 2023; 2023; 2024; 2024]));
+%!   assert (rg, [1 1; 1 2; 2 1]);
+%!   ## The same files by patterns, "**" across levels; the partitions count from the part
+%!   ## before the first wildcard.
+%!   assert (pq_read (fullfile (d, "*", "*.parquet")), T);
+%!   assert (pq_read (fullfile (d, "**", "part-?.parquet")), T);
+%!   assert (pq_read (fullfile (d, "year=202[34]")).id, int64 ((1:5)'));
+%!   ## A list: each source in its order, a file reached twice read once.  Files named on
+%!   ## their own have no partition folders, nor have the files of a folder named below them.
+%!   later = fullfile (d, "year=2024", "part-0.parquet");
+%!   assert (pq_read ({d, later}), T);
+%!   assert (error_of (@() pq_read ({later, d})),
+%!           "VANTRO:parquetio:dataset:InconsistentPartitions");
+%!   T2 = pq_read ({fullfile(d, "year=2024"), fullfile(d, "year=2023")});
+%!   assert (fieldnames (T2), {"id"; "x"; "note"});
+%!   assert (T2.id, int64 ([4; 5; 1; 2; 3]));
+%!   T3 = pq_read ({later, fullfile(d, "year=2023", "part-0.parquet")}, "Variables", {"x", "id"});
+%!   assert (T3, struct ("x", [2.5; 3.5; 0.5; 1.5; NaN], "id", int64 ([4; 5; 1; 2; 3])));
+%!   assert (fieldnames (pq_read ({later})), {"id"; "x"; "note"});
+%! unwind_protect_cleanup
+%!   remove_dataset (d);
+%! end_unwind_protect
+
+%!test
+%! ## Where: files ruled out by their partition values and row groups by their statistics
+%! ## are not read; the rows of the others are filtered exactly.
+%! d = make_dataset ();
+%! unwind_protect
+%!   [T, rg] = pq_read (d, "Variables", "id", "Where", "year == 2024 & id != 5");
+%!   assert (T, struct ("id", int64 (4)));
+%!   assert (rg, [2 1]);
+%!   [T, rg] = pq_read (d, "Where", "id > 2", "Variables", {"year", "id"});
+%!   assert (rg, [1 2; 2 1]);
+%!   assert (T.id, int64 ([3; 4; 5]));
+%!   assert (T.year, int64 ([2023; 2024; 2024]));
+%!   ## A variable that a file lacks is missing in all its rows.
+%!   [T, rg] = pq_read (d, "Where", "note == 'a'");
+%!   assert (rg, [2 1]);
+%!   assert (T.id, int64 (4));
+%!   assert (pq_read (d, "Where", "note is null").id, int64 ([1; 2; 3; 5]));
+%!   ## Nothing left: a table without rows, of the dataset's types.
+%!   [T, rg] = pq_read (d, "Where", "year < 2000");
+%!   assert (size (rg), [0 2]);
+%!   assert (fieldnames (T), {"id"; "x"; "note"; "year"});
+%!   assert (class (T.id), "int64");
+%!   assert (numel (T.id), 0);
+%!   assert (error_of (@() pq_read (d, "Where", "nope > 1")), "VANTRO:filter:UnknownVariable");
+%!   assert (error_of (@() pq_read (d, "Where", "year == 'x'")), "VANTRO:filter:TypeMismatch");
+%!   assert (error_of (@() pq_read (d, "Variables", {"id", "nope"})),
+%!           "VANTRO:parquetio:dataset:UnknownVariable");
+%! unwind_protect_cleanup
+%!   remove_dataset (d);
+%! end_unwind_protect
+
+%!test
+%! ## Partitioning off, and partition types given by a struct or by a cell of pairs.
+%! d = make_dataset ();
+%! unwind_protect
+%!   assert (fieldnames (pq_read (d, "Partitioning", "NONE")), {"id"; "x"; "note"});
+%!   T = pq_read (d, "PartitionTypes", struct ("year", "string"), "Variables", "year");
+%!   assert (T.year, {"2023"; "2023"; "2023"; "2024"; "2024"});
+%!   T = pq_read (d, "partitiontypes", {"year", "Double"}, "Where", "year > 2023.5");
+%!   assert (T.year, [2024; 2024]);
+%!   assert (error_of (@() pq_read (d, "PartitionTypes", {"year", "decimal"})),
+%!           "VANTRO:parquetio:dataset:InvalidOption");
+%!   assert (error_of (@() pq_read (d, "PartitionTypes", struct ("yr", "int64"))),
+%!           "VANTRO:parquetio:dataset:InvalidOption");
+%!   assert (error_of (@() pq_read (d, "PartitionTypes", struct ("year", "date"))),
+%!           "VANTRO:parquetio:dataset:InvalidPartitionValue");
+%!   assert (error_of (@() pq_read (d, "PartitionTypes", {"year"})),
+%!           "VANTRO:octave:InvalidArgument");
+%!   assert (error_of (@() pq_read (d, "Partitioning", "none", "PartitionTypes", {"year", "int64"})),
+%!           "VANTRO:octave:InvalidArgument");
+%!   assert (error_of (@() pq_read (d, "Partitioning", "directory")),
+%!           "VANTRO:octave:InvalidArgument");
+%! unwind_protect_cleanup
+%!   remove_dataset (d);
+%! end_unwind_protect
+
+%!test
+%! ## Schemas: Strict wants equal schemas; types without a common one are refused.
+%! d = make_dataset ();
+%! unwind_protect
+%!   assert (error_of (@() pq_read (d, "Strict", true)), "VANTRO:parquetio:dataset:SchemaMismatch");
+%!   assert (error_of (@() pq_read (d, "Strict", "yes")), "VANTRO:octave:InvalidArgument");
+%!   same = fullfile (d, "year=2023", "part-1.parquet");
+%!   pq_write (same, struct ("id", int32 (9), "x", 9));
+%!   assert (pq_read (fullfile (d, "year=2023"), "Strict", 1).id, int32 ([1; 2; 3; 9]));
+%!   pq_write (fullfile (d, "year=2024", "part-1.parquet"), struct ("x", int64 (7)));
+%!   try
+%!     pq_read (d);
+%!     error ("int64 and double were united");
+%!   catch err
+%!     assert (err.identifier, "VANTRO:parquetio:dataset:SchemaConflict");
+%!     assert (! isempty (strfind (err.message, "part-1.parquet")), err.message);
+%!   end_try_catch
+%! unwind_protect_cleanup
+%!   remove_dataset (d);
+%! end_unwind_protect
+
+%!test
+%! ## Partition folders must name the same keys everywhere, and no file may hold a variable
+%! ## of a partition's name.
+%! d = make_dataset ();
+%! unwind_protect
+%!   mkdir (fullfile (d, "month=1"));
+%!   pq_write (fullfile (d, "month=1", "part-0.parquet"), struct ("id", int64 (6)));
+%!   assert (error_of (@() pq_read (d)), "VANTRO:parquetio:dataset:InconsistentPartitions");
+%!   assert (pq_read (d, "Partitioning", "none").id, int64 ([6; 1; 2; 3; 4; 5]));
+%!   e = fullfile (d, "clash", "id=1");
+%!   mkdir (e);
+%!   pq_write (fullfile (e, "x.parquet"), struct ("id", 1));
+%!   assert (error_of (@() pq_read (fullfile (d, "clash"))),
+%!           "VANTRO:parquetio:dataset:PartitionVariableClash");
+%! unwind_protect_cleanup
+%!   remove_dataset (d);
+%! end_unwind_protect
+
+%!test
+%! ## A file that is not Parquet in a folder is refused, or skipped with a warning; so is a
+%! ## dangling link.  A file named on its own fails as it does when read alone.
+%! d = make_dataset ();
+%! unwind_protect
+%!   notes = fullfile (d, "year=2024", "notes.txt");
+%!   fid = fopen (notes, "w"); fputs (fid, "not parquet at all"); fclose (fid);
+%!   assert (error_of (@() pq_read (d)), "VANTRO:parquetio:dataset:NotParquet");
+%!   warning ("off", "VANTRO:parquetio:dataset:SkippedFile", "local");
+%!   lastwarn ("");
+%!   T = pq_read (d, "SkipBadFiles", true);
+%!   assert (T.id, int64 ((1:5)'));
+%!   assert (error_of (@() pq_read ({notes}, "SkipBadFiles", true)),
+%!           "VANTRO:parquetio:read:InternalInvalidRead");
+%!   delete (notes);
+%!   symlink (fullfile (d, "gone.parquet"), fullfile (d, "year=2024", "link.parquet"));
+%!   assert (error_of (@() pq_read (d)), "VANTRO:parquetio:dataset:DanglingLink");
+%!   assert (pq_read (d, "SkipBadFiles", true).id, int64 ((1:5)'));
+%! unwind_protect_cleanup
+%!   remove_dataset (d);
+%! end_unwind_protect
+%!warning id=VANTRO:parquetio:dataset:SkippedFile
+%! d = make_dataset ();
+%! fid = fopen (fullfile (d, "notes.txt"), "w"); fputs (fid, "text"); fclose (fid);
+%! unwind_protect
+%!   pq_read (d, "SkipBadFiles", true);
+%! unwind_protect_cleanup
+%!   remove_dataset (d);
+%! end_unwind_protect
+
+%!test
+%! ## A pattern without files and a folder without files are mistakes, not empty tables.
+%! d = tempname ();
+%! mkdir (d);
+%! unwind_protect
+%!   assert (error_of (@() pq_read (fullfile (d, "*.parquet"))), "VANTRO:parquetio:dataset:NoMatch");
+%!   fclose (fopen (fullfile (d, "_SUCCESS"), "w"));
+%!   assert (error_of (@() pq_read (d)), "VANTRO:parquetio:dataset:EmptyFolder");
+%!   assert (error_of (@() pq_read ({})), "VANTRO:octave:InvalidArgument");
+%! unwind_protect_cleanup
+%!   remove_dataset (d);
+%! end_unwind_protect
+
+%!test
+%! ## Options of one file are refused for a dataset; options of a dataset read one file as a
+%! ## dataset of one file.  Seconds and DatesAs as for one file.
+%! d = make_dataset ();
+%! unwind_protect
+%!   assert (error_of (@() pq_read (d, "RowGroups", 1)), "VANTRO:octave:InvalidArgument");
+%!   assert (error_of (@() pq_read ({fullfile(d, "year=2023", "part-0.parquet")}, "ByteRange", [0 1])),
+%!           "VANTRO:octave:InvalidArgument");
+%!   f = fullfile (d, "year=2023", "part-0.parquet");
+%!   assert (pq_read (f, "Strict", true), pq_read (f));
+%!   when = struct ("Type", "datetime", "Ticks", int64 ([0; 86400]), "Unit", "s",
+%!                  "TimeZone", "", "Kind", "timestamp", "Missing", false (2, 1));
+%!   t = fullfile (d, "t");
+%!   mkdir (t);
+%!   pq_write (fullfile (t, "1.parquet"), struct ("when", when));
+%!   pq_write (fullfile (t, "2.parquet"), struct ("when", when));
+%!   T = pq_read (t);
+%!   assert (T.when.Unit, "s");
+%!   assert (T.when.Ticks, int64 ([0; 86400; 0; 86400]));
+%!   assert (pq_read (t, "DatesAs", "datenum").when, datenum (1970, 1, [1; 2; 1; 2]));
+%! unwind_protect_cleanup
+%!   remove_dataset (d);
+%! end_unwind_protect
+%!error <RowGroups applies to one file, not to a dataset> pq_read (tempdir (), "RowGroups", 1)
