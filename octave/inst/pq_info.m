@@ -156,6 +156,43 @@ endfunction
 %!   end_unwind_protect
 %! endfor
 
+## A folder, a pattern or a list: the dataset's summary and each file's own.
+%!test
+%! d = tempname ();
+%! mkdir (fullfile (d, "year=2023"));
+%! mkdir (fullfile (d, "year=2024"));
+%! unwind_protect
+%!   a = fullfile (d, "year=2023", "a.parquet");
+%!   b = fullfile (d, "year=2024", "b.parquet");
+%!   pq_write (a, struct ("id", int32 ([1; 2; 3])), "RowGroupHeights", [1 2]);
+%!   pq_write (b, struct ("id", int64 ([4; 5]), "s", {{"p"; "q"}}));
+%!   info = pq_info (d);
+%!   assert (info.Files, {a; b});
+%!   assert ([info.NumRows, info.NumRowGroups], [5 3]);
+%!   assert (info.VariableNames, {"id", "s", "year"});
+%!   assert (info.VariableTypes, {"int64", "string", "int64"});
+%!   assert (info.PartitionVariables, {"year"});
+%!   assert (size (info.FileInfo), [2 1]);
+%!   assert (info.FileInfo(1), pq_info (a));
+%!   assert (info.FileInfo(2).VariableTypes, {"int64", "string"});
+%!   assert (pq_info (fullfile (d, "*", "*.parquet")).Files, {a; b});
+%!   assert (pq_info (d, "Partitioning", "none").VariableNames, {"id", "s"});
+%!   single = pq_info ({b});
+%!   assert ([single.NumRows, numel(single.FileInfo)], [2 1]);
+%!   ## Options of datasets describe one file as a dataset of one file.
+%!   assert (pq_info (b, "Strict", true).Files, {b});
+%!   try
+%!     pq_info (d, "Strict", true);
+%!     error ("differing files passed as equal");
+%!   catch err
+%!     assert (err.identifier, "VANTRO:parquetio:dataset:SchemaMismatch");
+%!   end_try_catch
+%! unwind_protect_cleanup
+%!   confirm_recursive_rmdir (false, "local");
+%!   rmdir (d, "s");
+%! end_unwind_protect
+%!error id=VANTRO:parquetio:dataset:NoMatch pq_info (fullfile (tempdir (), "no-such-*.parquet"))
+%!error id=VANTRO:octave:InvalidArgument pq_info (tempdir (), "Variables", "x")
 %!error <Invalid call> pq_info ()
 %!error id=VANTRO:octave:InvalidArgument pq_info (3)
 
