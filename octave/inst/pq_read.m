@@ -66,11 +66,12 @@
 ## The table has every variable of any file, in the order first met, then the partition
 ## variables: @code{key=value} folders between a folder named (or the part of a pattern before
 ## its first wildcard) and the files, the same keys in every file.  A file without a variable
-## holds missing values there.  A variable whose type differs between files takes the type
-## that holds every file's values exactly: narrower integers to wider ones of the same
-## signedness; single to double; integers of at most 32 bits and single to double; timestamps
-## of one time zone to the finest unit; categorical text and text to text; lists by their
-## elements.  Any other difference (int64 and double, signed and unsigned, structs that
+## holds missing values there (an integer variable then reads as double with NaN, as any
+## integer column with missing values does).  A variable whose type differs between files
+## takes the type that holds every file's values exactly: narrower integers to wider ones of
+## the same signedness; single to double; an integer of at most 32 bits with single or double
+## to double; timestamps of one time zone to the finest unit; categorical text and text to
+## text; lists by their elements.  Any other difference (int64 and double, signed and unsigned, structs that
 ## differ, ...) fails with "VANTRO:parquetio:dataset:SchemaConflict" naming the variable, both
 ## files and both types.  Partition values are integer (int64), double, date, timestamp or
 ## otherwise text, whichever holds all of them.
@@ -425,6 +426,21 @@ endfunction
 %!     assert (err.identifier, "VANTRO:parquetio:dataset:SchemaConflict");
 %!     assert (! isempty (strfind (err.message, "part-1.parquet")), err.message);
 %!   end_try_catch
+%! unwind_protect_cleanup
+%!   remove_dataset (d);
+%! end_unwind_protect
+
+%!test
+%! ## Promotions across files: an integer of at most 32 bits with double is double; an
+%! ## integer variable that a file lacks reads as double with NaN there.
+%! d = tempname ();
+%! mkdir (d);
+%! unwind_protect
+%!   pq_write (fullfile (d, "1.parquet"), struct ("k", int16 ([1; 2]), "v", int32 ([7; 8])));
+%!   pq_write (fullfile (d, "2.parquet"), struct ("v", [0.5; 9]));
+%!   T = pq_read (d);
+%!   assert (T, struct ("k", [1; 2; NaN; NaN], "v", [7; 8; 0.5; 9]));
+%!   assert (pq_info (d).VariableTypes, {"int16", "double"});
 %! unwind_protect_cleanup
 %!   remove_dataset (d);
 %! end_unwind_protect
