@@ -484,6 +484,24 @@ endfunction
 %! unwind_protect_cleanup
 %!   remove_dataset (d);
 %! end_unwind_protect
+%!test
+%! ## A file that cannot be opened for reading (root opens every file: nothing to see then).
+%! d = make_dataset ();
+%! unwind_protect
+%!   locked = fullfile (d, "year=2024", "part-0.parquet");
+%!   system (sprintf ("chmod 000 '%s'", locked));
+%!   fid = fopen (locked, "r");
+%!   if (fid >= 0)
+%!     fclose (fid);
+%!   else
+%!     assert (error_of (@() pq_read (d)), "VANTRO:parquetio:dataset:UnreadableFile");
+%!     warning ("off", "VANTRO:parquetio:dataset:SkippedFile", "local");
+%!     assert (pq_read (d, "SkipBadFiles", true).id, int32 ([1; 2; 3]));
+%!   endif
+%! unwind_protect_cleanup
+%!   system (sprintf ("chmod 644 '%s'", locked));
+%!   remove_dataset (d);
+%! end_unwind_protect
 %!warning id=VANTRO:parquetio:dataset:SkippedFile
 %! d = make_dataset ();
 %! fid = fopen (fullfile (d, "notes.txt"), "w"); fputs (fid, "text"); fclose (fid);
