@@ -250,8 +250,8 @@ void datasetOpenCommand(int nout, mxArray* out[], int count, const mxArray* args
   mxSetField(summary, 0, "Pieces", piecesOf(opened.reader->pieces()));
   mxAddField(summary, "Skipped");
   mxSetField(summary, 0, "Skipped", skippedOf(*opened.dataset, opened.reader->skipped()));
-  if (openDatasets().empty()) mexLock();
   openDatasets().emplace(id, std::move(opened));
+  if (openDatasets().size() == 1) mexLock();
   out[0] = mxCreateDoubleScalar(id);
   if (nout > 1) out[1] = summary;
 }
