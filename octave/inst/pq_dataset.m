@@ -25,7 +25,8 @@ classdef pq_dataset < handle
 ## @item T = read (ds)
 ## the next piece as a table (see @code{help pq_read} for its values); a dataset without
 ## pieces yields one table without rows.  Reading past the end fails with
-## "VANTRO:parquetio:dataset:NoMoreData".
+## "VANTRO:parquetio:dataset:NoMoreData".  A read stopped by Ctrl-C fails with
+## "VANTRO:host:Interrupted" and leaves the cursor where it was.
 ## @item T = readall (ds)
 ## every piece at once, wherever the cursor is
 ## @item reset (ds)
