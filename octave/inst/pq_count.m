@@ -8,7 +8,8 @@
 ## starting with @code{_} or @code{.} passed over, @code{**} for any number of folder levels),
 ## sorted by name.  A pattern that matches no file fails with
 ## "VANTRO:parquetio:dataset:NoMatch", a folder without files with
-## "VANTRO:parquetio:dataset:EmptyFolder".  The files are read in parallel; @var{n} is a
+## "VANTRO:parquetio:dataset:EmptyFolder"; a file among them that is not Parquet fails the
+## count as it does when named on its own.  The files are read in parallel; @var{n} is a
 ## column of doubles in input order.
 ##
 ## Ctrl-C stops the count between files; the call then fails with identifier
