@@ -75,6 +75,20 @@ endfunction
 %!   delete (fullfile (dir, "_SUCCESS"));
 %! end_unwind_protect
 %!test
+%! ## A file found that is not Parquet fails the count, naming it.
+%! notes = fullfile (dir, "notes.txt");
+%! fid = fopen (notes, "w"); fputs (fid, "not parquet"); fclose (fid);
+%! try
+%!   pq_count (dir);
+%!   message = "";
+%! catch err
+%!   message = err.message;
+%!   identifier = err.identifier;
+%! end_try_catch
+%! delete (notes);
+%! assert (identifier, "VANTRO:parquetio:read:InternalInvalidRead");
+%! assert (! isempty (strfind (message, "notes.txt")), message);
+%!test
 %! empty = fullfile (dir, "empty");
 %! mkdir (empty);
 %! try
