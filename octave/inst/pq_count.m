@@ -2,11 +2,15 @@
 ## @deftypefn  {} {@var{n} =} pq_count (@var{files})
 ## Count the row groups of many Parquet files, reading only their footers.
 ##
-## @var{files} is a cell array of file names, one file name, a folder (every
-## @file{*.parquet} file in it, sorted by name) or a glob pattern such as
-## @code{"data/part-*.parquet"}; a pattern that matches no file fails with
-## "VANTRO:vfs:FileNotFound".  The files are read in parallel; @var{n} is a column of
-## doubles in input order.
+## @var{files} is a cell array of file names, one file name, a folder or a glob pattern such
+## as @code{"data/part-*.parquet"}.  A folder and a pattern take the files that
+## @code{pq_read} reads as a dataset from them (see there: every file below a folder, names
+## starting with @code{_} or @code{.} passed over, @code{**} for any number of folder levels),
+## sorted by name.  A pattern that matches no file fails with
+## "VANTRO:parquetio:dataset:NoMatch", a folder without files with
+## "VANTRO:parquetio:dataset:EmptyFolder"; a file among them that is not Parquet fails the
+## count as it does when named on its own.  The files are read in parallel; @var{n} is a
+## column of doubles in input order.
 ##
 ## Ctrl-C stops the count between files; the call then fails with identifier
 ## "VANTRO:host:Interrupted".  A file that cannot be read fails the whole call with the
@@ -28,20 +32,10 @@ function n = pq_count (files)
     print_usage ();
   endif
   if (ischar (files) && isrow (files))
-    if (isfolder (files))
-      folder = files;
-      found = dir (fullfile (folder, "*.parquet"));
-      names = sort ({found(! [found.isdir]).name});
-      files = cellfun (@(name) fullfile (folder, name), names, "UniformOutput", false);
-    elseif (any (ismember (files, "*?[")))
-      pattern = files;
-      files = sort (glob (pattern))';
-      if (isempty (files))
-        error ("VANTRO:vfs:FileNotFound", "pq_count: no file matches the pattern '%s'",
-               pattern);
-      endif
-    else
+    if (pq_single_file (files))
       files = {files};
+    else
+      files = __pq_mex__ ("listfiles", files);
     endif
   elseif (! iscellstr (files))
     error ("VANTRO:octave:InvalidArgument",
@@ -64,18 +58,55 @@ endfunction
 ## A folder and a pattern are sorted by name.
 %!assert (pq_count (dir), [2; 3; 1])
 %!assert (pq_count (fullfile (dir, "[ab].parquet")), [2; 3])
+## Below a folder at any depth, without writers' markers; "**" reaches every level.
+%!test
+%! sub = fullfile (dir, "sub", "deeper");
+%! mkdir (fullfile (dir, "sub")); mkdir (sub);
+%! unwind_protect
+%!   pq_write (fullfile (sub, "d.parquet"), struct ("x", (1:4)'), "RowGroupHeights", [1 1 2]);
+%!   fclose (fopen (fullfile (dir, "_SUCCESS"), "w"));
+%!   fclose (fopen (fullfile (sub, ".d.parquet.crc"), "w"));
+%!   assert (pq_count (dir), [2; 3; 1; 3]);
+%!   assert (pq_count (fullfile (dir, "**", "*.parquet")), [2; 3; 1; 3]);
+%!   assert (pq_count (fullfile (dir, "sub")), 3);
+%! unwind_protect_cleanup
+%!   confirm_recursive_rmdir (false, "local");
+%!   rmdir (fullfile (dir, "sub"), "s");
+%!   delete (fullfile (dir, "_SUCCESS"));
+%! end_unwind_protect
+%!test
+%! ## A file found that is not Parquet fails the count, naming it.
+%! notes = fullfile (dir, "notes.txt");
+%! fid = fopen (notes, "w"); fputs (fid, "not parquet"); fclose (fid);
+%! try
+%!   pq_count (dir);
+%!   message = "";
+%! catch err
+%!   message = err.message;
+%!   identifier = err.identifier;
+%! end_try_catch
+%! delete (notes);
+%! assert (identifier, "VANTRO:parquetio:read:InternalInvalidRead");
+%! assert (! isempty (strfind (message, "notes.txt")), message);
 %!test
 %! empty = fullfile (dir, "empty");
 %! mkdir (empty);
-%! assert (pq_count (empty), zeros (0, 1));
+%! try
+%!   pq_count (empty);
+%!   identifier = "";
+%! catch err
+%!   identifier = err.identifier;
+%! end_try_catch
+%! rmdir (empty);
+%! assert (identifier, "VANTRO:parquetio:dataset:EmptyFolder");
 %!test
 %! many = repmat (files, 1, 40);
 %! assert (pq_count (many), repmat ([3; 2; 1], 40, 1));
 
 %!error id=VANTRO:vfs:FileNotFound pq_count ({files{1}, fullfile(dir, "none.parquet")})
 ## A pattern that matches nothing is a mistake, not an empty set of files.
-%!error <no file matches the pattern> pq_count (fullfile (dir, "none-*.parquet"))
-%!error id=VANTRO:vfs:FileNotFound pq_count (fullfile (dir, "none-*.parquet"))
+%!error <No file matches the pattern> pq_count (fullfile (dir, "none-*.parquet"))
+%!error id=VANTRO:parquetio:dataset:NoMatch pq_count (fullfile (dir, "none-*.parquet"))
 %!error id=VANTRO:vfs:IsDirectory pq_count ({dir})
 %!error id=VANTRO:octave:InvalidArgument pq_count (42)
 %!error id=VANTRO:octave:InvalidArgument pq_count ({1, 2})

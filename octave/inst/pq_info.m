@@ -1,6 +1,8 @@
 ## -*- texinfo -*-
-## @deftypefn {} {@var{info} =} pq_info (@var{file})
-## Describe a Parquet file from its footer, without reading any column data.
+## @deftypefn  {} {@var{info} =} pq_info (@var{file})
+## @deftypefnx {} {@var{info} =} pq_info (@var{source}, @var{name}, @var{value}, @dots{})
+## Describe a Parquet file, or a dataset of many, from their footers, without reading any
+## column data.
 ##
 ## @var{info} is a struct with the fields
 ## @table @code
@@ -27,6 +29,23 @@
 ## readable type descriptions such as "List<Struct<a: Int64, b: String>>"
 ## @end table
 ##
+## A folder, a glob pattern or a cell array of files, folders and patterns is described as
+## the dataset that @code{pq_read} reads from it (see there), with the options
+## "Partitioning", "PartitionTypes", "Strict" and "SkipBadFiles".  @var{info} then has the
+## fields
+## @table @code
+## @item Files
+## the files, in reading order (Fx1 cellstr)
+## @item NumRows, NumRowGroups
+## the sums over all files
+## @item VariableNames, VariableTypes
+## the dataset's variables (partition variables last) and the types they are read as
+## @item PartitionVariables
+## the variables of @code{key=value} folders
+## @item FileInfo
+## an Fx1 struct array, each element what @code{pq_info} gives for that file alone
+## @end table
+##
 ## Errors carry the identifiers that @code{pq_read} gives for the same cause, for example
 ## "VANTRO:vfs:FileNotFound" for a missing file and "VANTRO:vfs:IsDirectory" for a folder.
 ##
@@ -37,16 +56,24 @@
 ## info = pq_info ("t.parquet");
 ## info.VariableNames      # @{"x", "s"@}
 ## info.RowGroupHeights    # 3
+## d = pq_info ("data");   # a folder: d.Files, d.NumRows, d.FileInfo(1).NumRowGroups, ...
 ## @end group
 ## @end example
 ## @seealso{pq_read, pq_stats, pq_count}
 ## @end deftypefn
 
-function info = pq_info (file)
-  if (nargin != 1)
+function info = pq_info (source, varargin)
+  if (nargin < 1)
     print_usage ();
   endif
-  info = __pq_mex__ ("info", file);
+  opts = pq_options ("pq_info", pq_dataset_options (), varargin);
+  if (pq_single_file (source) && isempty (fieldnames (opts)))
+    info = __pq_mex__ ("info", source);
+    return;
+  endif
+  info = __pq_mex__ ("datasetinfo", source, opts);
+  per_file = cellfun (@(file) __pq_mex__ ("info", file), info.Files, "UniformOutput", false);
+  info.FileInfo = vertcat (per_file{:});
 endfunction
 
 %!shared dir, file
@@ -71,7 +98,7 @@ endfunction
 
 ## Every function of the package documents itself with examples.
 %!test
-%! for f = {"pq_info", "pq_count", "pq_read", "pq_reader", "pq_stats", "pq_write"}
+%! for f = {"pq_info", "pq_count", "pq_read", "pq_reader", "pq_dataset", "pq_stats", "pq_write"}
 %!   [text, format] = get_help_text (f{1});
 %!   assert (format, "texinfo");
 %!   assert (! isempty (strfind (text, "@example")), [f{1} " has no example"]);
@@ -79,7 +106,6 @@ endfunction
 
 ## The same causes fail with the same identifiers as in pq_read.
 %!error id=VANTRO:vfs:FileNotFound pq_info (fullfile (dir, "missing.parquet"))
-%!error id=VANTRO:vfs:IsDirectory pq_info (dir)
 ## Every example of every help text runs as printed, in a folder holding the files that the
 ## examples name (each function's examples in a fresh copy).
 %!function examples = help_examples (name)
@@ -110,7 +136,7 @@ endfunction
 %!test
 %! here = pwd ();
 %! confirm_recursive_rmdir (false, "local");
-%! for f = {"pq_info", "pq_count", "pq_read", "pq_reader", "pq_stats", "pq_write"}
+%! for f = {"pq_info", "pq_count", "pq_read", "pq_reader", "pq_dataset", "pq_stats", "pq_write"}
 %!   examples = help_examples (f{1});
 %!   assert (! isempty (examples), [f{1} " has no example"]);
 %!   folder = tempname (); mkdir (folder);
@@ -130,6 +156,43 @@ endfunction
 %!   end_unwind_protect
 %! endfor
 
+## A folder, a pattern or a list: the dataset's summary and each file's own.
+%!test
+%! d = tempname ();
+%! mkdir (fullfile (d, "year=2023"));
+%! mkdir (fullfile (d, "year=2024"));
+%! unwind_protect
+%!   a = fullfile (d, "year=2023", "a.parquet");
+%!   b = fullfile (d, "year=2024", "b.parquet");
+%!   pq_write (a, struct ("id", int32 ([1; 2; 3])), "RowGroupHeights", [1 2]);
+%!   pq_write (b, struct ("id", int64 ([4; 5]), "s", {{"p"; "q"}}));
+%!   info = pq_info (d);
+%!   assert (info.Files, {a; b});
+%!   assert ([info.NumRows, info.NumRowGroups], [5 3]);
+%!   assert (info.VariableNames, {"id", "s", "year"});
+%!   assert (info.VariableTypes, {"int64", "string", "int64"});
+%!   assert (info.PartitionVariables, {"year"});
+%!   assert (size (info.FileInfo), [2 1]);
+%!   assert (info.FileInfo(1), pq_info (a));
+%!   assert (info.FileInfo(2).VariableTypes, {"int64", "string"});
+%!   assert (pq_info (fullfile (d, "*", "*.parquet")).Files, {a; b});
+%!   assert (pq_info (d, "Partitioning", "none").VariableNames, {"id", "s"});
+%!   single = pq_info ({b});
+%!   assert ([single.NumRows, numel(single.FileInfo)], [2 1]);
+%!   ## Options of datasets describe one file as a dataset of one file.
+%!   assert (pq_info (b, "Strict", true).Files, {b});
+%!   try
+%!     pq_info (d, "Strict", true);
+%!     error ("differing files passed as equal");
+%!   catch err
+%!     assert (err.identifier, "VANTRO:parquetio:dataset:SchemaMismatch");
+%!   end_try_catch
+%! unwind_protect_cleanup
+%!   confirm_recursive_rmdir (false, "local");
+%!   rmdir (d, "s");
+%! end_unwind_protect
+%!error id=VANTRO:parquetio:dataset:NoMatch pq_info (fullfile (tempdir (), "no-such-*.parquet"))
+%!error id=VANTRO:octave:InvalidArgument pq_info (tempdir (), "Variables", "x")
 %!error <Invalid call> pq_info ()
 %!error id=VANTRO:octave:InvalidArgument pq_info (3)
 

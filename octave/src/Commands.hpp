@@ -21,5 +21,15 @@ void taskCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void fingerprintCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void checkFingerprintCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void threadsCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+// Datasets: many files read as one table.
+void readDatasetCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void datasetInfoCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void listFilesCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void datasetOpenCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void datasetReadCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void datasetReadAllCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void datasetResetCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void datasetHasDataCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void datasetCloseCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 
 }  // namespace vantro::octave

@@ -42,6 +42,15 @@ Command commandNamed(const std::string& name) {
   if (name == "fingerprint") return fingerprintCommand;
   if (name == "checkfingerprint") return checkFingerprintCommand;
   if (name == "threads") return threadsCommand;
+  if (name == "readdataset") return readDatasetCommand;
+  if (name == "datasetinfo") return datasetInfoCommand;
+  if (name == "listfiles") return listFilesCommand;
+  if (name == "datasetopen") return datasetOpenCommand;
+  if (name == "datasetread") return datasetReadCommand;
+  if (name == "datasetreadall") return datasetReadAllCommand;
+  if (name == "datasetreset") return datasetResetCommand;
+  if (name == "datasethasdata") return datasetHasDataCommand;
+  if (name == "datasetclose") return datasetCloseCommand;
   return nullptr;
 }
 

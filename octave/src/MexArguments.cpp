@@ -1,5 +1,6 @@
 #include "MexArguments.hpp"
 
+#include <cctype>
 #include <cstring>
 
 #include "OctaveValues.hpp"
@@ -70,6 +71,34 @@ std::optional<const mxArray*> optionOf(const mxArray* options, const char* name)
   const mxArray* value = mxGetField(options, 0, name);
   if (value == nullptr || (mxIsDouble(value) && mxIsEmpty(value))) return std::nullopt;
   return value;
+}
+
+std::string lowercase(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
+ToOctaveOptions translationOptions(const mxArray* options) {
+  ToOctaveOptions translation;
+  if (const auto dates = optionOf(options, "DatesAs")) {
+    const std::string given = textOf(*dates, "DatesAs");
+    const std::string choice = lowercase(given);
+    if (choice != "ticks" && choice != "datenum") {
+      invalid("DatesAs must be \"ticks\" or \"datenum\", not \"" + given + "\"");
+    }
+    translation.datesAsDatenum = choice == "datenum";
+  }
+  return translation;
+}
+
+bool flagOf(const mxArray* value, const char* what) {
+  const bool scalar = value != nullptr && mxGetNumberOfElements(value) == 1 && !mxIsComplex(value);
+  if (scalar && mxIsLogical(value)) return mxGetLogicals(value)[0];
+  if (scalar && mxIsNumeric(value)) {
+    const double number = numbersOf(value, what)[0];
+    if (number == 0 || number == 1) return number == 1;
+  }
+  invalid(std::string(what) + " must be true or false");
 }
 
 mxArray* textOfUtf8(const std::string& text) {

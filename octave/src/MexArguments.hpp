@@ -8,6 +8,8 @@
 
 #include <mex.h>
 
+#include "OctaveValues.hpp"
+
 namespace vantro::octave {
 
 // A text argument as UTF-16 (file names) or UTF-8.
@@ -19,6 +21,13 @@ std::vector<double> numbersOf(const mxArray* value, const char* what);
 
 // A field of the options struct, or nothing when the struct lacks it or it holds [].
 std::optional<const mxArray*> optionOf(const mxArray* options, const char* name);
+
+// The DatesAs option ("ticks" or "datenum", in any case) as translation options.
+ToOctaveOptions translationOptions(const mxArray* options);
+// A logical or numeric scalar option (true/false, 1/0) as a flag.
+bool flagOf(const mxArray* value, const char* what);
+// Text in lower case (ASCII letters only: option values are ASCII words).
+std::string lowercase(std::string text);
 
 // Octave values of lists.
 mxArray* cellRowOf(const std::vector<std::string>& texts);

@@ -1,7 +1,6 @@
 // Commands that only read: info, count, read, the reader's row-group list and saved state,
 // statistics.
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <optional>
@@ -32,11 +31,6 @@ using vantro::io::parquet::core::read::Statistics;
 
 [[noreturn]] void invalid(const std::string& message) {
   throw TranslationError{"VANTRO:octave:InvalidArgument", message};
-}
-
-std::string lowercase(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return text;
 }
 
 void requireArguments(int count, int wanted, const char* command) {
@@ -130,19 +124,6 @@ std::optional<std::vector<std::u16string>> selectVariables(RowGroupParquetReader
   }
   reader.setSelectedVariableNames(names);
   return names;
-}
-
-ToOctaveOptions translationOptions(const mxArray* options) {
-  ToOctaveOptions translation;
-  if (const auto dates = optionOf(options, "DatesAs")) {
-    const std::string given = textOf(*dates, "DatesAs");
-    const std::string choice = lowercase(given);
-    if (choice != "ticks" && choice != "datenum") {
-      invalid("DatesAs must be \"ticks\" or \"datenum\", not \"" + given + "\"");
-    }
-    translation.datesAsDatenum = choice == "datenum";
-  }
-  return translation;
 }
 
 // Parquet C++ 11 writes a distinct count of 0, flagged as present, into every chunk. A chunk

@@ -43,10 +43,9 @@ bool isSeconds(const ::arrow::DataType& type) {
   return bytes;
 }
 
-::arrow::Result<std::shared_ptr<::arrow::Schema>> storedSchema(const std::u16string& file) {
-  auto input = common::makeReadableFilePtr(file);
-  const auto reader = ::parquet::ParquetFileReader::Open(input);
-  const auto metadata = reader->metadata()->key_value_metadata();
+::arrow::Result<std::shared_ptr<::arrow::Schema>> storedSchema(
+    const ::parquet::FileMetaData& footer) {
+  const auto metadata = footer.key_value_metadata();
   if (!metadata) return ::arrow::Status::KeyError("no key-value metadata");
   ARROW_ASSIGN_OR_RAISE(const std::string encoded, metadata->Get("ARROW:schema"));
   ARROW_ASSIGN_OR_RAISE(std::string decoded, asResult(::arrow::util::base64_decode(encoded)));
@@ -71,18 +70,29 @@ void toSeconds(vxArray* value) {
 
 }  // namespace
 
-std::vector<std::string> secondsVariables(const std::u16string& file) {
+std::vector<std::string> secondsVariables(const ::parquet::FileMetaData& footer) {
   std::vector<std::string> names;
   try {
-    const auto schema = storedSchema(file);
+    const auto schema = storedSchema(footer);
     if (!schema.ok()) return names;
     for (const auto& field : (*schema)->fields()) {
       if (isSeconds(*field->type())) names.push_back(field->name());
     }
   } catch (const std::exception&) {
-    // Only a hint: the read itself reports a file that cannot be opened.
+    // Only a hint: a stored schema that cannot be decoded leaves the units as read.
   }
   return names;
+}
+
+std::vector<std::string> secondsVariables(const std::u16string& file) {
+  try {
+    auto input = common::makeReadableFilePtr(file);
+    const auto reader = ::parquet::ParquetFileReader::Open(input);
+    return secondsVariables(*reader->metadata());
+  } catch (const std::exception&) {
+    // Only a hint: the read itself reports a file that cannot be opened.
+  }
+  return {};
 }
 
 void restoreSeconds(const std::vector<std::string>& names, const vxArray* columns,

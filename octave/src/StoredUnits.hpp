@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <parquet/metadata.h>
+
 #include "host/matrix/Matrix.hpp"
 
 namespace vantro::octave {
@@ -15,6 +17,8 @@ namespace vantro::octave {
 // of seconds; none when the file stores no Arrow schema (or one that cannot be read: it is a
 // hint, and the read itself reports what is wrong with the file).
 std::vector<std::string> secondsVariables(const std::u16string& file);
+// The same from a footer already read.
+std::vector<std::string> secondsVariables(const ::parquet::FileMetaData& footer);
 
 // Turns the millisecond datetime and duration values of the named variables back into
 // seconds, where every tick is a whole second. `columns` holds the values in the order of

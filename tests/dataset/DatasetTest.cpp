@@ -103,6 +103,18 @@ TEST_F(PartitionedDataset, ReadsPieceByPieceInStableOrder) {
                           "VANTRO:parquetio:dataset:UnknownVariable");
 }
 
+TEST_F(PartitionedDataset, AReaderWithoutPiecesYieldsOneEmptyTableAfterEachReset) {
+  ds::DatasetReader none(open({dir.file("data")}), {"id"}, "year > 2030");
+  EXPECT_TRUE(none.pieces().empty());
+  for (int pass = 0; pass < 2; ++pass) {
+    ASSERT_TRUE(none.hasdata());
+    EXPECT_EQ(toArrow(none.read())->num_rows(), 0);
+    EXPECT_FALSE(none.hasdata());
+    vxtest::expectHostError([&] { none.read(); }, "VANTRO:parquetio:dataset:NoMoreData");
+    none.reset();
+  }
+}
+
 TEST_F(PartitionedDataset, PrunesByPartitionAndStatisticsAndFiltersExactly) {
   auto dataset = open({dir.file("data")});
   ds::DatasetReader byYear(dataset, {"id"}, "year == 2024 and id != 5");

@@ -11,6 +11,8 @@
 #include "host/vfs/Interrupted.hpp"
 #include "tests/support/TestSupport.hpp"
 #include "tests/write/WriteTestUtil.hpp"
+#include "toolbox/vantro/io/parquet/core/dataset/Dataset.hpp"
+#include "toolbox/vantro/io/parquet/core/dataset/DatasetReader.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 #include "toolbox/vantro/io/parquet/core/write/ParquetWriter.hpp"
 
@@ -62,6 +64,23 @@ TEST_F(InterruptedIoTest, AReadStopsAtItsNextBlockAndANewReaderWorksOnceCleared)
   utInterruptState::Clear();
   RowGroupParquetReader reader(vxtest::u16(path), {});
   ASSERT_NE(reader.readFullFile(), nullptr);
+}
+
+// A dataset's reader keeps a file open between its pieces: a piece cut short leaves the piece
+// to read again, from the file opened afresh.
+TEST_F(InterruptedIoTest, ADatasetPieceCutShortIsReadAgainOnceCleared) {
+  namespace ds = vantro::io::parquet::core::dataset;
+  vxtest::TempDir dir;
+  const std::string path = vxtest::writeSimpleFile(dir, "t.parquet", 20000, 1000);
+  ds::DatasetReader reader(
+      std::make_shared<ds::Dataset>(std::vector<std::string>{path}, ds::DatasetOptions{}));
+  ASSERT_NE(reader.read(), nullptr);
+  utInterruptState::Raise();
+  EXPECT_THROW((void)reader.read(), foundation::core::except::IMsgIDException);
+  utInterruptState::Clear();
+  EXPECT_EQ(reader.position(), 1u);
+  ASSERT_NE(reader.read(), nullptr);
+  EXPECT_EQ(reader.position(), 2u);
 }
 
 TEST_F(InterruptedIoTest, OpeningAFileStopsToo) {

@@ -380,7 +380,15 @@ std::shared_ptr<::arrow::Table> DatasetReader::readPiece(PieceReader& reader, si
       present.push_back(name);
     }
   }
-  auto table = reader.readRowGroup(piece.rowGroup, present);
+  std::shared_ptr<::arrow::Table> table;
+  try {
+    table = reader.readRowGroup(piece.rowGroup, present);
+  } catch (...) {
+    // A read cut short (Ctrl-C, a failing disk) leaves the file's stream failed: the next
+    // read of this file opens it afresh.
+    mOpen.reset();
+    throw;
+  }
   table = conform(std::move(table), piece.file, mRead, static_cast<int64_t>(piece.rows));
   table = applyFilter(std::move(table));
   if (mRead.size() > mSelected.size()) {

@@ -65,7 +65,11 @@ class DatasetReader {
   matrix::unique_array read();
   // Every piece, whatever the cursor, as one host table.
   matrix::unique_array readall();
-  void reset() { mNext = 0; }
+  // Back to the first piece (a reader without pieces yields its table without rows again).
+  void reset() {
+    mNext = 0;
+    mEmptyDone = false;
+  }
   size_t position() const { return mNext; }
 
   // The rows that match the filter (all rows without one): from statistics where they decide,
