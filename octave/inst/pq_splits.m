@@ -3,8 +3,11 @@
 ## @deftypefnx {} {@var{tasks} =} pq_splits (@var{source}, @var{n}, @var{name}, @var{value}, @dots{})
 ## Split the row groups of Parquet files into @var{n} tasks for parallel workers.
 ##
-## @var{source} is a file name, a folder (its @file{*.parquet} files, sorted by name), a glob
-## pattern or a cell array of file names.  @var{tasks} is an @var{n}x1 cell of texts, one per
+## @var{source} is a file name, or a folder, a glob pattern or a cell array of these read as one
+## dataset (see @code{help pq_read}): with a filter, its partitions and row groups that the
+## filter rules out are in no task, and each task names the dataset, so that
+## @code{pq_read_task} reads its files as part of it (the dataset's variables and types, and
+## partition values from the folders).  @var{tasks} is an @var{n}x1 cell of texts, one per
 ## task: each holds a run of row groups of about 1/@var{n} of the files' compressed bytes, and
 ## every row group is in exactly one task (tasks are empty where there are fewer row groups than
 ## tasks).  Every process that plans the same files gets the same tasks.
@@ -21,6 +24,8 @@
 ## task, and the task carries the filter so that @code{pq_read_task} returns matching rows only.
 ## @item "Variables"
 ## the variables the tasks read (default: all).
+## @item "Partitioning", "Strict", "SkipBadFiles"
+## as for @code{pq_read}; the tasks carry the first two.
 ## @end table
 ##
 ## With the @code{parallel} package (@code{pkg load parallel}), on the workers of one machine:
@@ -55,30 +60,12 @@ function tasks = pq_splits (source, n, varargin)
     error ("VANTRO:octave:InvalidArgument",
            "pq_splits: N must be a whole number from 1 to 1000000");
   endif
-  opts = pq_options ("pq_splits", {"Where", "Variables"}, varargin);
-  tasks = __pq_mex__ ("plan", pq_source_files ("pq_splits", source), double (n), opts);
-endfunction
-
-function files = pq_source_files (caller, source)
-  if (ischar (source) && isrow (source))
-    if (isfolder (source))
-      found = dir (fullfile (source, "*.parquet"));
-      names = sort ({found(! [found.isdir]).name});
-      files = cellfun (@(name) fullfile (source, name), names, "UniformOutput", false);
-    elseif (any (ismember (source, "*?[")))
-      files = sort (glob (source))';
-    else
-      files = {source};
-    endif
-    if (isempty (files))
-      error ("VANTRO:octave:NoFiles", "%s: no Parquet files match '%s'", caller, source);
-    endif
-  elseif (iscellstr (source))
-    files = source(:)';
+  dataset_options = {"Partitioning", "Strict", "SkipBadFiles"};
+  opts = pq_options ("pq_splits", [{"Where", "Variables"}, dataset_options], varargin);
+  if (pq_single_file (source) && ! any (isfield (opts, dataset_options)))
+    tasks = __pq_mex__ ("plan", {source}, double (n), opts);
   else
-    error ("VANTRO:octave:InvalidArgument",
-           "%s: SOURCE must be a file name, a folder, a pattern or a cell array of file names",
-           caller);
+    tasks = __pq_mex__ ("plandataset", source, double (n), opts);
   endif
 endfunction
 
@@ -146,4 +133,28 @@ endfunction
 %!error <N must be a whole number> pq_splits ("a.parquet", 0)
 %!error <N must be a whole number> pq_splits ("a.parquet", 1.5)
 %!error <unknown option> pq_splits ("a.parquet", 2, "Nope", 1)
-%!error <no Parquet files match> pq_splits (fullfile (tempdir (), "no-such-*.parquet"), 2)
+%!error id=VANTRO:parquetio:dataset:NoMatch pq_splits (fullfile (tempdir (), "no-such-*.parquet"), 2)
+
+## A partitioned folder whose files drift: every task reads its files as part of the dataset.
+%!test
+%! root = tempname (); mkdir (root);
+%! for year = 2022:2024
+%!   folder = fullfile (root, sprintf ("year=%d", year)); mkdir (folder);
+%!   T = struct ("id", int32 ((1:20)' + 100 * year));
+%!   if (year == 2024)
+%!     T = struct ("id", int64 ((1:20)' + 100 * year), "note", {repmat({"n"}, 20, 1)});
+%!   endif
+%!   pq_write (fullfile (folder, "part-0.parquet"), T, "RowGroupHeights", [5 5 10]);
+%! endfor
+%! whole = pq_read (root, "Where", "year >= 2023 and id != 202305");
+%! tasks = pq_splits (root, 4, "Where", "year >= 2023 and id != 202305");
+%! assert (all (cellfun (@isempty, strfind (tasks, "year=2022"))));
+%! id = []; year = []; note = {};
+%! for k = 1:4
+%!   T = pq_read_task (tasks{k});
+%!   assert (fieldnames (T), {"id"; "note"; "year"});
+%!   id = [id; T.id]; year = [year; T.year]; note = [note; T.note];
+%! endfor
+%! assert (id, whole.id);
+%! assert (year, whole.year);
+%! assert (note, whole.note);

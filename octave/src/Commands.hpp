@@ -4,6 +4,9 @@
 // Each reads its arguments from args[0..count) and returns its outputs through out.
 #include <mex.h>
 
+#include "OctaveValues.hpp"
+#include "toolbox/vantro/io/parquet/core/plan/Task.hpp"
+
 namespace vantro::octave {
 
 using Command = void (*)(int nout, mxArray* out[], int count, const mxArray* args[]);
@@ -23,6 +26,10 @@ void checkFingerprintCommand(int nout, mxArray* out[], int count, const mxArray*
 void threadsCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 // Datasets: many files read as one table.
 void readDatasetCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+void planDatasetCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
+// The rows of a task that names its dataset, read as part of it.
+mxArray* readDatasetTask(const ::vantro::io::parquet::core::plan::Task& task,
+                         const ToOctaveOptions& translation);
 void datasetInfoCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void listFilesCommand(int nout, mxArray* out[], int count, const mxArray* args[]);
 void datasetOpenCommand(int nout, mxArray* out[], int count, const mxArray* args[]);

@@ -21,6 +21,8 @@
 #include "toolbox/vantro/io/parquet/core/dataset/Dataset.hpp"
 #include "toolbox/vantro/io/parquet/core/dataset/DatasetReader.hpp"
 #include "toolbox/vantro/io/parquet/core/dataset/Sources.hpp"
+#include "host/unicode/ustring.hpp"
+#include "toolbox/vantro/io/parquet/core/plan/DatasetPlan.hpp"
 
 namespace vantro::octave {
 
@@ -216,6 +218,50 @@ OpenDataset& openedBy(const mxArray* id) {
 }
 
 }  // namespace
+
+// plandataset(sources, n, options): the task texts of a dataset, an n x 1 cell. Partition
+// types are not part of a task, so they are not taken here.
+void planDatasetCommand(int, mxArray* out[], int count, const mxArray* args[]) {
+  requireArguments(count, 2, "plandataset");
+  const mxArray* options = optionsArgument(count, args, 2);
+  const auto numbers = numbersOf(args[1], "N");
+  if (numbers.size() != 1 || !(numbers[0] >= 1) || numbers[0] > 1e6 ||
+      numbers[0] != static_cast<double>(static_cast<uint64_t>(numbers[0]))) {
+    invalid("N must be a whole number from 1 to 1000000");
+  }
+  if (optionOf(options, "PartitionTypes")) invalid("PartitionTypes is not taken by pq_splits");
+  OpenDataset opened = openDataset(args[0], options);
+  namespace plan = vantro::io::parquet::core::plan;
+  plan::TaskDataset source;
+  for (const auto& name : sourcesOf(args[0])) {
+    source.sources.push_back(::foundation::unicode::utf8_to_ustring(name));
+  }
+  const auto datasetOptions = datasetOptionsOf(options);
+  source.hive = datasetOptions.partitioning.hive;
+  source.strict = datasetOptions.strict;
+  std::string where;
+  if (const auto text = optionOf(options, "Where")) where = textOf(*text, "Where");
+  std::vector<std::string> variables;
+  if (const auto selected = optionOf(options, "Variables")) {
+    variables = textListOf(*selected, "Variables");
+  }
+  const auto tasks = plan::planDataset(*opened.reader, source, static_cast<uint64_t>(numbers[0]),
+                                       where, variables);
+  mxArray* texts = mxCreateCellMatrix(tasks.size(), 1);
+  for (size_t k = 0; k < tasks.size(); ++k) {
+    mxSetCell(texts, k, textOfUtf8(plan::taskToText(tasks[k])));
+  }
+  out[0] = texts;
+}
+
+mxArray* readDatasetTask(const vantro::io::parquet::core::plan::Task& task,
+                         const ToOctaveOptions& translation) {
+  OpenDataset opened;
+  opened.reader = vantro::io::parquet::core::plan::openDatasetTask(task);
+  opened.translation = translation;
+  opened.seconds = datasetSecondsVariables(opened.reader->dataset());
+  return tableOf(opened, opened.reader->readall());
+}
 
 void readDatasetCommand(int nout, mxArray* out[], int count, const mxArray* args[]) {
   requireArguments(count, 1, "readdataset");

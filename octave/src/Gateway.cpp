@@ -43,6 +43,7 @@ Command commandNamed(const std::string& name) {
   if (name == "checkfingerprint") return checkFingerprintCommand;
   if (name == "threads") return threadsCommand;
   if (name == "readdataset") return readDatasetCommand;
+  if (name == "plandataset") return planDatasetCommand;
   if (name == "datasetinfo") return datasetInfoCommand;
   if (name == "listfiles") return listFilesCommand;
   if (name == "datasetopen") return datasetOpenCommand;

@@ -170,13 +170,19 @@ void taskCommand(int, mxArray* out[], int count, const mxArray* args[]) {
   const plan::Task task = plan::taskFromText(textOf(args[0], "TASK"), root);
   plan::checkTaskFiles(task);
   std::vector<matrix::unique_array> tables;
-  for (const auto& file : task.files) tables.push_back(readTaskFile(file, task));
+  if (!task.dataset) {
+    for (const auto& file : task.files) tables.push_back(readTaskFile(file, task));
+  }
   ToOctaveOptions translation;
   if (const auto dates = optionOf(options, "DatesAs")) {
     const std::string choice = textOf(*dates, "DatesAs");
     if (choice != "ticks" && choice != "datenum")
       invalid("DatesAs must be \"ticks\" or \"datenum\"");
     translation.datesAsDatenum = choice == "datenum";
+  }
+  if (task.dataset) {
+    out[0] = readDatasetTask(task, translation);
+    return;
   }
   if (tables.empty()) {
     out[0] = mxCreateStructMatrix(1, 1, 0, nullptr);  // a task without row groups

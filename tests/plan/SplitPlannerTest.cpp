@@ -267,3 +267,31 @@ TEST(PlanFilesTest, FilesThatCannotBeReadAreRefusedWithTheirReadError) {
 }
 
 }  // namespace
+
+namespace {
+
+// A writer's file whose column chunks declare a dictionary page at offset 0 without having one:
+// the planner goes by the footer's row groups and sizes, never by page offsets, so it is
+// planned like any other file beside the suite's own.
+TEST_F(SplitPlannerTest, ChunksDeclaringDictionaryOffsetZeroArePlannedLikeAnyOther) {
+  const std::string odd = vxtest::interopDir() + "/dict-page-offset-zero.parquet";
+  if (vxtest::interopDir().empty() || !vxtest::fileExists(odd)) {
+    GTEST_SKIP() << "the Parquet test corpus (../shared/interop/parquet-testing) is absent";
+  }
+  auto files = names();
+  files.insert(files.begin() + 1, u16(odd));
+  const auto described = describeFiles(files);
+  const uint64_t oddRows = described[1].rows.at(0);
+  ASSERT_GT(oddRows, 0u);
+  for (uint64_t count = 1; count <= 8; ++count) {
+    uint64_t rows = 0, oddTasks = 0;
+    for (const auto& task : planTasks(described, count)) {
+      rows += task.rows;
+      for (const auto& file : task.files) oddTasks += file.name == u16(odd) ? 1 : 0;
+    }
+    EXPECT_EQ(rows, static_cast<uint64_t>(mTotalRows) + oddRows) << count << " tasks";
+    EXPECT_EQ(oddTasks, 1u) << count << " tasks";
+  }
+}
+
+}  // namespace

@@ -20,6 +20,7 @@
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
 #include "toolbox/vantro/io/parquet/core/dataset/DatasetReader.hpp"
 #include "toolbox/vantro/io/parquet/core/info/RowGroupCount.hpp"
+#include "toolbox/vantro/io/parquet/core/plan/DatasetPlan.hpp"
 
 namespace vxparquet {
 
@@ -105,15 +106,7 @@ int countMatching(const Arguments& args, const std::string& where) {
   dataset::DatasetReader reader(files, {}, where);
   if (const auto split = args.value("--split")) {
     const PlanRequest plan{args.positional(), datasetOptions(args), where, {}};
-    const TaskPieces pieces = piecesOfTask(taskForSplit(plan, parseSplit(*split)));
-    std::vector<std::string> paths;
-    for (size_t f = 0; f < files->fileCount(); ++f) {
-      paths.push_back(absolutePath(files->file(f).path));
-    }
-    reader.keepPieces([&](const dataset::Piece& piece) {
-      const auto found = pieces.find(paths[piece.file]);
-      return found != pieces.end() && found->second.count(piece.rowGroup) != 0;
-    });
+    vantro::io::parquet::core::plan::keepTaskPieces(reader, taskForSplit(plan, parseSplit(*split)));
   }
   auto count = reader.countMatches();
   if (const auto& gather = resultGather()) {

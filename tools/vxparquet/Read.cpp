@@ -24,6 +24,7 @@
 #include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/dataset/DatasetReader.hpp"
 #include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
+#include "toolbox/vantro/io/parquet/core/plan/DatasetPlan.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
 namespace vxparquet {
@@ -36,6 +37,7 @@ using vantro::io::parquet::core::dataset::Dataset;
 using vantro::io::parquet::core::dataset::DatasetOptions;
 using vantro::io::parquet::core::dataset::DatasetReader;
 using vantro::io::parquet::core::filter::Expression;
+using vantro::io::parquet::core::plan::keepTaskPieces;
 using vantro::io::parquet::core::read::RowGroupParquetReader;
 
 enum class Format { kTable, kJson, kJsonLines, kCsv };
@@ -61,7 +63,7 @@ struct ReadRequest {
   // The row groups of each file that one task of a plan reads (--split, --task), or for a
   // dataset's task the pieces it reads.
   std::optional<FileRowGroups> taskRowGroups;
-  std::optional<TaskPieces> taskPieces;
+  std::optional<vantro::io::parquet::core::plan::Task> datasetTask;
   format::CsvOptions csv;
 };
 
@@ -102,7 +104,7 @@ void takeTask(const vantro::io::parquet::core::plan::Task& task, ReadRequest& re
     // Files that came into the folders since the plan are no part of the task: one that cannot
     // be read (a task file saved beside the data) is left out with a warning, not fatal.
     request.datasetOptions.sources.skipBadFiles = true;
-    request.taskPieces = piecesOfTask(task);
+    request.datasetTask = task;
     return;
   }
   auto inputs = inputsOfTask(task);
@@ -188,7 +190,7 @@ ReadRequest parseRead(const std::vector<std::string>& words) {
   const int modes = (request.rowGroups ? 1 : 0) + (request.byteRange ? 1 : 0) + request.each;
   if (modes > 1) throw UsageError{"--row-groups, --byte-range and --each exclude each other"};
   if (request.explain && !request.where) throw UsageError{"--explain needs --where"};
-  if ((request.taskRowGroups || request.taskPieces) && modes > 0) {
+  if ((request.taskRowGroups || request.datasetTask) && modes > 0) {
     throw UsageError{"--split and --task exclude --row-groups, --byte-range and --each"};
   }
   if ((request.rowGroups || request.byteRange) && request.files.size() != 1) {
@@ -666,16 +668,7 @@ int runDatasetRequest(const ReadRequest& request) {
   auto dataset = std::make_shared<const Dataset>(request.sources, request.datasetOptions);
   DatasetReader reader(dataset, request.variables.value_or(std::vector<std::string>{}),
                        request.where.value_or(""));
-  if (request.taskPieces) {
-    std::vector<std::string> paths;
-    for (size_t f = 0; f < dataset->fileCount(); ++f) {
-      paths.push_back(absolutePath(dataset->file(f).path));
-    }
-    reader.keepPieces([&](const vantro::io::parquet::core::dataset::Piece& piece) {
-      const auto found = request.taskPieces->find(paths[piece.file]);
-      return found != request.taskPieces->end() && found->second.count(piece.rowGroup) != 0;
-    });
-  }
+  if (request.datasetTask) keepTaskPieces(reader, *request.datasetTask);
   if (request.withFile && dataset->schema()->GetFieldIndex("file") >= 0) {
     failWith("FileVariableExists", "The files have a variable 'file' already.");
   }

@@ -12,6 +12,7 @@
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/dataset/DatasetReader.hpp"
 #include "toolbox/vantro/io/parquet/core/filter/Expression.hpp"
+#include "toolbox/vantro/io/parquet/core/plan/DatasetPlan.hpp"
 #include "toolbox/vantro/io/parquet/core/read/RowGroupParquetReader.hpp"
 
 namespace vxparquet {
@@ -99,33 +100,18 @@ TaskSource& taskSource() {
   return source;
 }
 
-// The dataset's pieces that the filter leaves, as candidates of the planner.
+// A dataset: the pieces that the filter leaves, planned by the library.
 std::vector<plan::Task> planDataset(const PlanRequest& request, uint64_t count) {
   namespace dataset = vantro::io::parquet::core::dataset;
   auto files = std::make_shared<const dataset::Dataset>(request.sources, request.options);
   const dataset::DatasetReader reader(files, request.variables.value_or(std::vector<std::string>{}),
                                       request.where.value_or(""));
-  std::vector<std::u16string> names;
-  for (size_t f = 0; f < files->fileCount(); ++f) {
-    names.push_back(utf8_to_ustring(absolutePath(files->file(f).path)));
-  }
-  auto described = plan::describeFiles(names);
-  std::vector<std::vector<int>> kept(described.size());
-  for (const auto& piece : reader.pieces()) kept[piece.file].push_back(piece.rowGroup);
-  for (size_t f = 0; f < described.size(); ++f) plan::keepRowGroups(described[f], kept[f]);
-
   plan::TaskDataset source;
-  for (const auto& name : request.sources)
-    source.sources.push_back(utf8_to_ustring(absolutePath(name)));
+  for (const auto& name : request.sources) source.sources.push_back(utf8_to_ustring(name));
   source.hive = request.options.partitioning.hive;
   source.strict = request.options.strict;
-  auto tasks = plan::planTasks(described, count);
-  for (auto& task : tasks) {
-    task.where = request.where;
-    task.variables = request.variables;
-    task.dataset = source;
-  }
-  return tasks;
+  return plan::planDataset(reader, source, count, request.where.value_or(""),
+                           request.variables.value_or(std::vector<std::string>{}));
 }
 
 }  // namespace
@@ -163,22 +149,6 @@ ResultGather& gatherSlot() {
 }
 void setResultGather(ResultGather gather) { gatherSlot() = std::move(gather); }
 const ResultGather& resultGather() { return gatherSlot(); }
-
-std::string absolutePath(const std::string& name) {
-  if (name.find("://") != std::string::npos || name.rfind("file:", 0) == 0) return name;
-  std::error_code error;
-  const auto absolute = std::filesystem::absolute(name, error);
-  return error ? name : absolute.lexically_normal().string();
-}
-
-TaskPieces piecesOfTask(const plan::Task& task) {
-  TaskPieces pieces;
-  for (const auto& file : task.files) {
-    auto& rowGroups = pieces[absolutePath(ustring_to_utf8(file.name))];
-    rowGroups.insert(file.rowGroups.begin(), file.rowGroups.end());
-  }
-  return pieces;
-}
 
 SplitChoice parseSplit(const std::string& text) {
   if (text == "auto") {

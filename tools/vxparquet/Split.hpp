@@ -59,12 +59,6 @@ void setTaskSource(TaskSource source);
 vantro::io::parquet::core::plan::Task taskForSplit(const PlanRequest& request,
                                                    const SplitChoice& choice);
 
-// The row groups (0-based) that a dataset's task reads, by the absolute path of each file.
-using TaskPieces = std::map<std::string, std::set<int>>;
-TaskPieces piecesOfTask(const vantro::io::parquet::core::plan::Task& task);
-// A local path made absolute and normal (IRIs as they are), to compare names of one file.
-std::string absolutePath(const std::string& name);
-
 // The row groups (1-based) of each file that one task reads, for the read-side commands.
 using FileRowGroups = std::map<std::string, std::vector<double>>;
 // The files of a task in its order, with their row groups.

@@ -368,7 +368,14 @@ std::shared_ptr<::arrow::Table> DatasetReader::applyFilter(
 
 std::shared_ptr<::arrow::Table> DatasetReader::readPieceTable(size_t index) {
   pollInterrupt();
-  return readPiece(readerFor(mPieces.at(index).file), index);
+  try {
+    return readPiece(readerFor(mPieces.at(index).file), index);
+  } catch (...) {
+    // A read cut short (Ctrl-C, a failing disk) leaves the file's stream failed: the next
+    // read of this file opens it afresh.
+    mOpen.reset();
+    throw;
+  }
 }
 
 std::shared_ptr<::arrow::Table> DatasetReader::readPiece(PieceReader& reader, size_t index) const {
@@ -380,15 +387,7 @@ std::shared_ptr<::arrow::Table> DatasetReader::readPiece(PieceReader& reader, si
       present.push_back(name);
     }
   }
-  std::shared_ptr<::arrow::Table> table;
-  try {
-    table = reader.readRowGroup(piece.rowGroup, present);
-  } catch (...) {
-    // A read cut short (Ctrl-C, a failing disk) leaves the file's stream failed: the next
-    // read of this file opens it afresh.
-    mOpen.reset();
-    throw;
-  }
+  auto table = reader.readRowGroup(piece.rowGroup, present);
   table = conform(std::move(table), piece.file, mRead, static_cast<int64_t>(piece.rows));
   table = applyFilter(std::move(table));
   if (mRead.size() > mSelected.size()) {
