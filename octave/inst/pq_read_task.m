@@ -4,9 +4,12 @@
 ## Read the rows of one task that @code{pq_splits} planned.
 ##
 ## @var{T} is a table as @code{pq_read} returns it, of the task's row groups in the task's
-## order, with the variables and the row filter the task was planned with.  The task's files
-## must have the same variables and types.  A task without row groups gives a struct without
-## fields.
+## order, with the variables and the row filter the task was planned with.  A task of a
+## dataset (a folder, a pattern or a list planned as one) is read as part of it: the dataset is
+## listed again from its sources, and the task's rows come with the dataset's variables and
+## types and their partition values (files that came since the plan and cannot be read are
+## left out with a warning).  The files of any other task must have the same variables and
+## types; such a task without row groups gives a struct without fields.
 ##
 ## Before anything is read, each file is compared with the fingerprint in the task: a file
 ## that was rewritten, truncated or replaced since the task was planned fails with
