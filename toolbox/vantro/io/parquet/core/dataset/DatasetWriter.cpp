@@ -262,7 +262,7 @@ std::shared_ptr<::arrow::Table> rowsOf(const std::shared_ptr<::arrow::Table>& ta
   }
   auto positions = std::make_shared<::arrow::Int64Array>(
       count, ::arrow::Buffer::Wrap(rows, static_cast<size_t>(count)));
-  auto taken = ::arrow::compute::Take(table, positions);
+  auto taken = ::arrow::compute::Take(::arrow::Datum(table), ::arrow::Datum(positions));
   common::throwWriteExceptIfNotOk(taken.status(), context);
   return taken->table();
 }
