@@ -18,6 +18,7 @@
 #include <arrow/array.h>
 #include <arrow/buffer.h>
 #include <arrow/compute/api_vector.h>
+#include <arrow/datum.h>
 #include <arrow/table.h>
 #include <arrow/type.h>
 
