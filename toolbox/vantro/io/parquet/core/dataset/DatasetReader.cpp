@@ -8,6 +8,7 @@
 #include <arrow/array/util.h>
 #include <arrow/compute/api_vector.h>
 #include <arrow/compute/cast.h>
+#include <arrow/datum.h>
 #include <arrow/scalar.h>
 #include <arrow/table.h>
 #include <arrow/type.h>
@@ -158,12 +159,6 @@ void DatasetReader::selectVariables(std::vector<std::string> variables) {
     }
   }
   mSelected = variables;
-  mRead = variables;
-  if (mFilter) {
-    for (const auto& name : mFilter->variables()) {
-      if (std::find(mRead.begin(), mRead.end(), name) == mRead.end()) mRead.push_back(name);
-    }
-  }
 }
 
 void DatasetReader::listPieces() {
@@ -337,22 +332,17 @@ std::shared_ptr<::arrow::Table> DatasetReader::conform(std::shared_ptr<::arrow::
   return ::arrow::Table::Make(::arrow::schema(std::move(fields)), std::move(columns), rows);
 }
 
-std::shared_ptr<::arrow::Table> DatasetReader::applyFilter(
-    std::shared_ptr<::arrow::Table> table) const {
-  if (!mFilter) return table;
+std::vector<bool> DatasetReader::matchesOf(const std::shared_ptr<::arrow::Table>& table) const {
   // Only the filter's variables become host values before the rows are chosen; the others are
   // converted for the rows kept alone.
-  std::vector<std::shared_ptr<::arrow::Field>> fields;
-  std::vector<std::shared_ptr<::arrow::ChunkedArray>> columns;
-  for (const auto& name : mFilter->variables()) {
-    fields.push_back(table->schema()->GetFieldByName(name));
-    columns.push_back(table->GetColumnByName(name));
-  }
-  auto filterTable = ::arrow::Table::Make(::arrow::schema(fields), columns, table->num_rows());
-  auto host = ::vantro::io::arrow::core::to_vantro(filterTable);
+  auto host = ::vantro::io::arrow::core::to_vantro(table);
   common::throwReadExceptIfNotOk(host.status(), u"dataset");
-  const std::vector<bool> matches = mFilter->matchRows(host->get());
-  const auto kept = std::count(matches.begin(), matches.end(), true);
+  return mFilter->matchRows(host->get());
+}
+
+std::shared_ptr<::arrow::Table> DatasetReader::keepRows(std::shared_ptr<::arrow::Table> table,
+                                                        const std::vector<bool>& matches,
+                                                        int64_t kept) const {
   if (kept == table->num_rows()) return table;
   ::arrow::UInt64Builder indices;
   common::throwReadExceptIfNotOk(indices.Reserve(kept), u"dataset");
@@ -361,7 +351,7 @@ std::shared_ptr<::arrow::Table> DatasetReader::applyFilter(
   }
   std::shared_ptr<::arrow::Array> positions;
   common::throwReadExceptIfNotOk(indices.Finish(&positions), u"dataset");
-  auto taken = ::arrow::compute::Take(table, positions);
+  auto taken = ::arrow::compute::Take(::arrow::Datum(table), ::arrow::Datum(positions));
   common::throwReadExceptIfNotOk(taken.status(), u"dataset");
   return taken->table();
 }
@@ -378,24 +368,54 @@ std::shared_ptr<::arrow::Table> DatasetReader::readPieceTable(size_t index) {
   }
 }
 
-std::shared_ptr<::arrow::Table> DatasetReader::readPiece(PieceReader& reader, size_t index) const {
-  const Piece& piece = mPieces.at(index);
+std::shared_ptr<::arrow::Table> DatasetReader::readColumns(
+    PieceReader& reader, const Piece& piece, const std::vector<std::string>& names) const {
   const auto& fileSchema = mDataset->file(piece.file).schema;
   std::vector<std::string> present;
-  for (const auto& name : mRead) {
+  for (const auto& name : names) {
     if (mDataset->partitionIndex(name) < 0 && fileSchema->GetFieldIndex(name) >= 0) {
       present.push_back(name);
     }
   }
-  auto table = reader.readRowGroup(piece.rowGroup, present);
-  table = conform(std::move(table), piece.file, mRead, static_cast<int64_t>(piece.rows));
-  table = applyFilter(std::move(table));
-  if (mRead.size() > mSelected.size()) {
-    std::vector<int> selected(mSelected.size());
-    for (size_t i = 0; i < selected.size(); ++i) selected[i] = static_cast<int>(i);
-    table = orThrow(table->SelectColumns(selected), u"dataset");
+  std::shared_ptr<::arrow::Table> table;
+  if (!present.empty()) table = reader.readRowGroup(piece.rowGroup, present);
+  return conform(std::move(table), piece.file, names, static_cast<int64_t>(piece.rows));
+}
+
+std::shared_ptr<::arrow::Table> DatasetReader::readPiece(PieceReader& reader, size_t index) const {
+  const Piece& piece = mPieces.at(index);
+  if (!mFilter) return readColumns(reader, piece, mSelected);
+  // The filter's variables first: the other variables of a piece without a match are never
+  // decoded, and those of the others only once the rows are known.
+  const std::vector<std::string> filterNames = mFilter->variables();
+  auto filterTable = readColumns(reader, piece, filterNames);
+  const std::vector<bool> matches = matchesOf(filterTable);
+  const auto kept = std::count(matches.begin(), matches.end(), true);
+  std::vector<std::string> others;
+  for (const auto& name : mSelected) {
+    if (std::find(filterNames.begin(), filterNames.end(), name) == filterNames.end()) {
+      others.push_back(name);
+    }
   }
-  return table;
+  std::shared_ptr<::arrow::Table> othersTable;
+  if (kept > 0 && !others.empty()) othersTable = readColumns(reader, piece, others);
+  std::vector<std::shared_ptr<::arrow::Field>> fields;
+  std::vector<std::shared_ptr<::arrow::ChunkedArray>> columns;
+  for (const auto& name : mSelected) {
+    const bool filtered =
+        std::find(filterNames.begin(), filterNames.end(), name) != filterNames.end();
+    const auto& from = filtered ? filterTable : othersTable;
+    fields.push_back(mDataset->schema()->GetFieldByName(name));
+    if (kept == 0) {
+      columns.push_back(
+          std::make_shared<::arrow::ChunkedArray>(::arrow::ArrayVector{}, fields.back()->type()));
+    } else {
+      columns.push_back(from->GetColumnByName(name));
+    }
+  }
+  auto table = ::arrow::Table::Make(::arrow::schema(std::move(fields)), std::move(columns),
+                                    kept == 0 ? 0 : static_cast<int64_t>(piece.rows));
+  return keepRows(std::move(table), matches, kept);
 }
 
 std::shared_ptr<::arrow::Table> DatasetReader::emptyTable() const {
@@ -499,7 +519,6 @@ MatchCount DatasetReader::countMatches() {
   const std::vector<std::string> selected = mSelected;
   std::vector<std::string> filterOnly = mFilter->variables();
   mSelected = filterOnly;
-  mRead = filterOnly;
   size_t f = mDataset->fileCount();
   std::vector<bool> allMatch;
   for (size_t i = 0; i < mPieces.size(); ++i) {

@@ -88,7 +88,13 @@ class DatasetReader {
   std::shared_ptr<::arrow::Table> conform(std::shared_ptr<::arrow::Table> table, size_t file,
                                           const std::vector<std::string>& names,
                                           int64_t rows) const;
-  std::shared_ptr<::arrow::Table> applyFilter(std::shared_ptr<::arrow::Table> table) const;
+  // The variables called names of one piece, of the dataset's types (partition values and
+  // variables the file lacks made up).
+  std::shared_ptr<::arrow::Table> readColumns(PieceReader& reader, const Piece& piece,
+                                              const std::vector<std::string>& names) const;
+  std::vector<bool> matchesOf(const std::shared_ptr<::arrow::Table>& table) const;
+  std::shared_ptr<::arrow::Table> keepRows(std::shared_ptr<::arrow::Table> table,
+                                           const std::vector<bool>& matches, int64_t kept) const;
   std::shared_ptr<::arrow::Table> emptyTable() const;
   PieceReader& readerFor(size_t file);
   std::shared_ptr<::arrow::Table> readPiece(PieceReader& reader, size_t piece) const;
@@ -97,7 +103,6 @@ class DatasetReader {
 
   std::shared_ptr<const Dataset> mDataset;
   std::vector<std::string> mSelected;
-  std::vector<std::string> mRead;  // the selected variables, then the filter's others
   std::optional<filter::Expression> mFilter;
   std::optional<filter::Expression> mNegated;  // not (filter): proves that every row matches
   std::vector<Piece> mPieces;
