@@ -137,6 +137,37 @@ TEST(FilterExpression, ExactIntegersAndSinglePrecision) {
   EXPECT_EQ(matchingRows("s > 0.1", table->get()), std::vector<size_t>{1});
 }
 
+// Integer columns compare in integer arithmetic: fractions, constants past int64 either way,
+// and the extremes of each width keep their exact order.
+TEST(FilterExpression, IntegerColumnsAgainstAnyConstant) {
+  auto schema = arrow::schema({arrow::field("i", arrow::int64()), arrow::field("b", arrow::int8()),
+                               arrow::field("w", arrow::uint32())});
+  auto table = vantro::io::arrow::core::to_vantro(arrow::Table::Make(
+      schema, {vxtest::arrayFromJSON(arrow::int64(),
+                                     "[-9223372036854775808, -3, -2, 2, 3, 9223372036854775807]"),
+               vxtest::arrayFromJSON(arrow::int8(), "[-128, -1, 0, 1, 2, 127]"),
+               vxtest::arrayFromJSON(arrow::uint32(), "[0, 1, 2, 3, 4294967294, 4294967295]")}));
+  ASSERT_TRUE(table.ok());
+  const vxArray* t = table->get();
+  using Rows = std::vector<size_t>;
+  EXPECT_EQ(matchingRows("i < -2.5", t), (Rows{0, 1}));
+  EXPECT_EQ(matchingRows("i <= -2.5", t), (Rows{0, 1}));
+  EXPECT_EQ(matchingRows("i > 2.5", t), (Rows{4, 5}));
+  EXPECT_EQ(matchingRows("i == 2.5", t), Rows{});
+  EXPECT_EQ(matchingRows("i != 2.5", t), (Rows{0, 1, 2, 3, 4, 5}));
+  EXPECT_EQ(matchingRows("i >= -2", t), (Rows{2, 3, 4, 5}));
+  EXPECT_EQ(matchingRows("i < 1e30", t), (Rows{0, 1, 2, 3, 4, 5}));
+  EXPECT_EQ(matchingRows("i > -1e30", t), (Rows{0, 1, 2, 3, 4, 5}));
+  EXPECT_EQ(matchingRows("i < 9223372036854775808", t), (Rows{0, 1, 2, 3, 4, 5}));
+  EXPECT_EQ(matchingRows("i == 9223372036854775807", t), Rows{5});
+  EXPECT_EQ(matchingRows("i == -9223372036854775808", t), Rows{0});
+  EXPECT_EQ(matchingRows("i < -9223372036854775808", t), Rows{});
+  EXPECT_EQ(matchingRows("b between -1.5 and 1.5", t), (Rows{1, 2, 3}));
+  EXPECT_EQ(matchingRows("b in (127, -128, 0.5)", t), (Rows{0, 5}));
+  EXPECT_EQ(matchingRows("w > 4294967294.5", t), Rows{5});
+  EXPECT_EQ(matchingRows("not (w < 3)", t), (Rows{3, 4, 5}));
+}
+
 TEST(FilterExpression, SyntaxErrorsAreRefused) {
   const std::vector<std::string> texts = {
       "", "a ==", "a == 1 and", "(a == 1", "a == 1)", "a in ()", "a in (1, 2", "a between 1",

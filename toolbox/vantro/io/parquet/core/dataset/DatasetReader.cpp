@@ -344,16 +344,14 @@ std::shared_ptr<::arrow::Table> DatasetReader::keepRows(std::shared_ptr<::arrow:
                                                         const std::vector<bool>& matches,
                                                         int64_t kept) const {
   if (kept == table->num_rows()) return table;
-  ::arrow::UInt64Builder indices;
-  common::throwReadExceptIfNotOk(indices.Reserve(kept), u"dataset");
-  for (size_t r = 0; r < matches.size(); ++r) {
-    if (matches[r]) indices.UnsafeAppend(r);
-  }
-  std::shared_ptr<::arrow::Array> positions;
-  common::throwReadExceptIfNotOk(indices.Finish(&positions), u"dataset");
-  auto taken = ::arrow::compute::Take(::arrow::Datum(table), ::arrow::Datum(positions));
-  common::throwReadExceptIfNotOk(taken.status(), u"dataset");
-  return taken->table();
+  ::arrow::BooleanBuilder mask;
+  common::throwReadExceptIfNotOk(mask.Reserve(static_cast<int64_t>(matches.size())), u"dataset");
+  for (const bool match : matches) mask.UnsafeAppend(match);
+  std::shared_ptr<::arrow::Array> keep;
+  common::throwReadExceptIfNotOk(mask.Finish(&keep), u"dataset");
+  auto kept_rows = ::arrow::compute::Filter(::arrow::Datum(table), ::arrow::Datum(keep));
+  common::throwReadExceptIfNotOk(kept_rows.status(), u"dataset");
+  return kept_rows->table();
 }
 
 std::shared_ptr<::arrow::Table> DatasetReader::readPieceTable(size_t index) {

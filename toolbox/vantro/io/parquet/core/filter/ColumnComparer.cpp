@@ -265,6 +265,50 @@ ColumnComparer::ColumnComparer(const vxArray* column, const std::vector<Constant
                          : std::u16string());
     mInstants.push_back(constant.instant.value_or(Instant{}));
   }
+  const bool integers = mClass == vxINT8_CLASS || mClass == vxUINT8_CLASS ||
+                        mClass == vxINT16_CLASS || mClass == vxUINT16_CLASS ||
+                        mClass == vxINT32_CLASS || mClass == vxUINT32_CLASS ||
+                        mClass == vxINT64_CLASS;
+  if (mKind == ValueKind::kNumber && integers) {
+    for (const long double number : mNumbers) mIntegerBounds.push_back(integerBound(number));
+  }
+}
+
+ColumnComparer::IntegerBound ColumnComparer::integerBound(long double constant) {
+  IntegerBound bound;
+  // 2^63 is exact in long double; int64 holds [-2^63, 2^63).
+  constexpr long double kLimit = 9223372036854775808.0L;
+  if (std::isnan(constant)) {
+    bound.always = 1;  // never reached: constants are numbers; keeps the bound defined
+  } else if (constant >= kLimit) {
+    bound.always = -1;
+  } else if (constant < -kLimit) {
+    bound.always = 1;
+  } else {
+    const long double floor = std::floor(constant);
+    bound.floor = static_cast<int64_t>(floor);
+    bound.whole = floor == constant;
+  }
+  return bound;
+}
+
+int64_t ColumnComparer::integer(size_t row) const {
+  switch (mClass) {
+    case vxINT8_CLASS:
+      return static_cast<const int8_t*>(mData)[row];
+    case vxUINT8_CLASS:
+      return static_cast<const uint8_t*>(mData)[row];
+    case vxINT16_CLASS:
+      return static_cast<const int16_t*>(mData)[row];
+    case vxUINT16_CLASS:
+      return static_cast<const uint16_t*>(mData)[row];
+    case vxINT32_CLASS:
+      return static_cast<const int32_t*>(mData)[row];
+    case vxUINT32_CLASS:
+      return static_cast<const uint32_t*>(mData)[row];
+    default:
+      return static_cast<const int64_t*>(mData)[row];
+  }
 }
 
 bool ColumnComparer::missing(size_t row) const {
@@ -291,6 +335,7 @@ int ColumnComparer::compare(size_t row, size_t constant) const {
   switch (mKind) {
     case ValueKind::kNumber:
     case ValueKind::kLogical:
+      if (!mIntegerBounds.empty()) return mIntegerBounds[constant].order(integer(row));
       return order(number(row), mNumbers[constant]);
     case ValueKind::kText:
       if (mOffsets == nullptr) {

@@ -40,6 +40,22 @@ class ColumnComparer {
 
  private:
   long double number(size_t row) const;
+  int64_t integer(size_t row) const;
+
+  // A constant as an integer column sees it, so that its rows compare in integer arithmetic
+  // (the long double path costs an x87 conversion per row): all rows on one side of it
+  // (always -1 or 1), or its floor and whether it is that whole number.
+  struct IntegerBound {
+    int always = 0;
+    int64_t floor = 0;
+    bool whole = true;
+    int order(int64_t value) const {
+      if (always != 0) return always;
+      if (value != floor) return value < floor ? -1 : 1;
+      return whole ? 0 : -1;
+    }
+  };
+  static IntegerBound integerBound(long double constant);
 
   ValueKind mKind = ValueKind::kNone;
   vxClassID mClass = vxUNKNOWN_CLASS;
@@ -58,9 +74,10 @@ class ColumnComparer {
   int64_t mTicksPerSecond = 1;
   std::string mUnit;
 
-  std::vector<long double> mNumbers;   // numeric and logical constants
-  std::vector<std::u16string> mTexts;  // text constants
-  std::vector<Instant> mInstants;      // datetime constants
+  std::vector<long double> mNumbers;         // numeric and logical constants
+  std::vector<IntegerBound> mIntegerBounds;  // the same for integer columns other than uint64
+  std::vector<std::u16string> mTexts;        // text constants
+  std::vector<Instant> mInstants;            // datetime constants
 };
 
 }  // namespace vantro::io::parquet::core::filter
