@@ -8,7 +8,10 @@
 #include <arrow/array.h>
 #include <arrow/memory_pool.h>
 #include <arrow/type.h>
+#include <arrow/util/key_value_metadata.h>
 #include <parquet/arrow/reader.h>
+#include <parquet/arrow/schema.h>
+#include <parquet/exception.h>
 #include <parquet/file_reader.h>
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
@@ -49,37 +52,79 @@ struct FooterResult {
   std::string skipReason;
 };
 
-FooterResult readFooter(const SourceFile& source, bool skipBadFiles) {
+// The Arrow schema and the schema manifest of a footer. Files of one dataset mostly share one
+// schema, and building these (the Parquet schema converted, the stored Arrow schema decoded)
+// costs more than reading the footer: they are built once per distinct schema.
+class SchemaCache {
+ public:
+  struct Entry {
+    std::shared_ptr<::parquet::FileMetaData> metadata;  // the first file with this schema
+    std::shared_ptr<::arrow::Schema> schema;
+    std::shared_ptr<::parquet::arrow::SchemaManifest> manifest;
+  };
+
+  ::arrow::Result<Entry> of(const std::shared_ptr<::parquet::FileMetaData>& metadata) {
+    {
+      std::lock_guard<std::mutex> lock(mMutex);
+      for (const auto& entry : mEntries) {
+        if (sameSchema(*entry.metadata, *metadata)) return entry;
+      }
+    }
+    Entry entry{metadata, nullptr, std::make_shared<::parquet::arrow::SchemaManifest>()};
+    const auto properties = ::parquet::default_arrow_reader_properties();
+    ARROW_RETURN_NOT_OK(::parquet::arrow::FromParquetSchema(
+        metadata->schema(), properties, metadata->key_value_metadata(), &entry.schema));
+    ARROW_RETURN_NOT_OK(::parquet::arrow::SchemaManifest::Make(
+        metadata->schema(), metadata->key_value_metadata(), properties, entry.manifest.get()));
+    std::lock_guard<std::mutex> lock(mMutex);
+    mEntries.push_back(entry);
+    return entry;
+  }
+
+ private:
+  static bool sameSchema(const ::parquet::FileMetaData& a, const ::parquet::FileMetaData& b) {
+    if (!a.schema()->Equals(*b.schema())) return false;
+    const auto& x = a.key_value_metadata();
+    const auto& y = b.key_value_metadata();
+    if (x == nullptr || y == nullptr) return x == y;
+    return x->Equals(*y);
+  }
+
+  std::mutex mMutex;
+  std::vector<Entry> mEntries;
+};
+
+FooterResult readFooter(const SourceFile& source, bool skipBadFiles, SchemaCache& schemas) {
   if (utIsSignalThread() != 0) utInterruptState::ThrowIfInterruptPending();
   const std::u16string name = utf8_to_ustring(source.path);
-  std::unique_ptr<::parquet::arrow::FileReader> reader;
+  std::shared_ptr<::parquet::FileMetaData> metadata;
   ::arrow::Status status;
-  std::shared_ptr<::arrow::io::RandomAccessFile> adapter;
   try {
-    adapter = common::makeReadableFilePtr(name);
-    status = common::compat::OpenFile(adapter, ::arrow::default_memory_pool(), &reader);
+    auto adapter = common::makeReadableFilePtr(name);
+    try {
+      metadata = ::parquet::ParquetFileReader::Open(adapter)->metadata();
+    } catch (const ::parquet::ParquetException& e) {
+      status = ::arrow::Status::IOError(e.what());
+    }
   } catch (const foundation::core::except::IMsgIDException& e) {
     if (!source.found) throw;
     if (skipBadFiles) return FooterResult{std::nullopt, e.message()};
     throw;
   }
-  if (!status.ok()) {
-    if (!source.found) common::throwReadExceptIfNotOk(status, name);
-    if (skipBadFiles) return FooterResult{std::nullopt, status.message()};
+  ::arrow::Result<SchemaCache::Entry> entry =
+      status.ok() ? schemas.of(metadata) : ::arrow::Result<SchemaCache::Entry>(status);
+  if (!entry.ok()) {
+    if (!source.found) common::throwReadExceptIfNotOk(entry.status(), name);
+    if (skipBadFiles) return FooterResult{std::nullopt, entry.status().message()};
     if (!hasParquetMagic(source.path)) common::throwException<msg::NotParquet>(source.path);
-    common::throwReadExceptIfNotOk(status, name);
+    common::throwReadExceptIfNotOk(entry.status(), name);
   }
   DatasetFile file;
   file.path = source.path;
-  file.name = utf8_to_ustring(source.path);
-  file.metadata = reader->parquet_reader()->metadata();
-  common::throwReadExceptIfNotOk(reader->GetSchema(&file.schema), name);
-  file.manifest = std::make_shared<::parquet::arrow::SchemaManifest>();
-  common::throwReadExceptIfNotOk(
-      ::parquet::arrow::SchemaManifest::Make(
-          file.metadata->schema(), file.metadata->key_value_metadata(),
-          ::parquet::default_arrow_reader_properties(), file.manifest.get()),
-      name);
+  file.name = name;
+  file.metadata = std::move(metadata);
+  file.schema = entry->schema;
+  file.manifest = entry->manifest;
   return FooterResult{std::move(file), {}};
 }
 
@@ -87,6 +132,7 @@ FooterResult readFooter(const SourceFile& source, bool skipBadFiles) {
 std::vector<FooterResult> readFooters(const std::vector<SourceFile>& sources, bool skipBadFiles) {
   std::vector<FooterResult> results(sources.size());
   if (sources.empty()) return results;
+  SchemaCache schemas;
   const int threads = static_cast<int>(
       std::clamp<int64_t>(foundation::services::getNumComputationalThreads(), 1, 256));
   tbb::task_arena arena(threads);
@@ -97,7 +143,7 @@ std::vector<FooterResult> readFooters(const std::vector<SourceFile>& sources, bo
         tbb::blocked_range<size_t>(0, sources.size(), 1),
         [&](const tbb::blocked_range<size_t>& range) {
           for (size_t i = range.begin(); i != range.end(); ++i) {
-            results[i] = readFooter(sources[i], skipBadFiles);
+            results[i] = readFooter(sources[i], skipBadFiles, schemas);
           }
         },
         tbb::auto_partitioner(), context);
