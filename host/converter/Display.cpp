@@ -13,6 +13,28 @@
 #include "host/unicode/ustring.hpp"
 
 namespace vantro::io::arrow::core::display {
+
+void CivilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day) {
+  days += 719468;
+  const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
+  const auto doe = static_cast<unsigned>(days - era * 146097);
+  const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+  const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+  const unsigned mp = (5 * doy + 2) / 153;
+  day = doy - (153 * mp + 2) / 5 + 1;
+  month = mp < 10 ? mp + 3 : mp - 9;
+  year = static_cast<int64_t>(yoe) + era * 400 + (month <= 2 ? 1 : 0);
+}
+
+void SplitTicks(int64_t ticks, int64_t perSecond, int64_t& seconds, int64_t& fraction) {
+  seconds = ticks / perSecond;
+  fraction = ticks % perSecond;
+  if (fraction < 0) {
+    fraction += perSecond;
+    seconds -= 1;
+  }
+}
+
 namespace {
 
 constexpr const char* kMissingText = "<missing>";
@@ -80,19 +102,6 @@ std::string StringRow(const vxArray* strings, size_t row) {
   return host::TextOf(slice.get());
 }
 
-// Civil date from days since 1970-01-01 (proleptic Gregorian; H. Hinnant's algorithm).
-void CivilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day) {
-  days += 719468;
-  const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-  const auto doe = static_cast<unsigned>(days - era * 146097);
-  const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-  const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-  const unsigned mp = (5 * doy + 2) / 153;
-  day = doy - (153 * mp + 2) / 5 + 1;
-  month = mp < 10 ? mp + 3 : mp - 9;
-  year = static_cast<int64_t>(yoe) + era * 400 + (month <= 2 ? 1 : 0);
-}
-
 struct UnitScale {
   int64_t perSecond;
   int digits;
@@ -103,16 +112,6 @@ UnitScale ScaleOf(const std::string& unit) {
   if (unit == "us") return {1000000, 6};
   if (unit == "ns") return {1000000000, 9};
   return {1, 0};
-}
-
-// Splits ticks into whole seconds and the fraction, flooring so that times before 1970 work.
-void SplitTicks(int64_t ticks, int64_t perSecond, int64_t& seconds, int64_t& fraction) {
-  seconds = ticks / perSecond;
-  fraction = ticks % perSecond;
-  if (fraction < 0) {
-    fraction += perSecond;
-    seconds -= 1;
-  }
 }
 
 std::string ClockText(int64_t secondsOfDay, int64_t fraction, int digits) {

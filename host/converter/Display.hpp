@@ -67,6 +67,13 @@ size_t RowCount(const vxArray* table);
 // Control characters as escapes (\n, \t, \x1b, ...), so that a value cannot move the cursor.
 std::string EscapeControl(const std::string& text);
 
+// The proleptic Gregorian date of a day count since 1970-01-01 (H. Hinnant's algorithm), for
+// every int64 count whose year fits.
+void CivilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day);
+// Ticks of perSecond to a second as whole seconds and the fraction, floored so that times
+// before 1970 work.
+void SplitTicks(int64_t ticks, int64_t perSecond, int64_t& seconds, int64_t& fraction);
+
 // A JSON string literal for UTF-8 text, control characters escaped.
 std::string JsonString(const std::string& text);
 

@@ -23,16 +23,8 @@ namespace {
 namespace ds = vantro::io::parquet::core::dataset;
 namespace fs = std::filesystem;
 using vxtest::arrayFromJSON;
+using vxtest::table;
 using vxtest::TempDir;
-
-std::shared_ptr<arrow::Table> table(const std::vector<std::string>& names,
-                                    const std::vector<std::shared_ptr<arrow::Array>>& columns) {
-  std::vector<std::shared_ptr<arrow::Field>> fields;
-  for (size_t i = 0; i < names.size(); ++i) {
-    fields.push_back(arrow::field(names[i], columns[i]->type()));
-  }
-  return arrow::Table::Make(arrow::schema(fields), columns);
-}
 
 void write(const TempDir& dir, const std::string& relative,
            const std::shared_ptr<arrow::Table>& data, int64_t rowGroupSize = 1024) {

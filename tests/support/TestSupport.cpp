@@ -90,6 +90,15 @@ std::shared_ptr<arrow::Array> arrayFromJSON(const std::shared_ptr<arrow::DataTyp
 #endif
 }
 
+std::shared_ptr<arrow::Table> table(const std::vector<std::string>& names,
+                                    const std::vector<std::shared_ptr<arrow::Array>>& columns) {
+  std::vector<std::shared_ptr<arrow::Field>> fields;
+  for (size_t i = 0; i < names.size(); ++i) {
+    fields.push_back(arrow::field(names[i], columns[i]->type()));
+  }
+  return arrow::Table::Make(arrow::schema(fields), columns);
+}
+
 std::shared_ptr<arrow::Table> simpleTable(int64_t rows) {
   arrow::Int64Builder ids;
   arrow::DoubleBuilder xs;

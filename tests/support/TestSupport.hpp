@@ -75,6 +75,9 @@ std::shared_ptr<arrow::Array> arrayFromJSON(const std::shared_ptr<arrow::DataTyp
 
 // A table with columns "id" (int64 0..rows-1), "x" (double id/2) and "name" (string "r<id>").
 std::shared_ptr<arrow::Table> simpleTable(int64_t rows);
+// A table of the named columns, each field of its column's type.
+std::shared_ptr<arrow::Table> table(const std::vector<std::string>& names,
+                                    const std::vector<std::shared_ptr<arrow::Array>>& columns);
 
 // Writes simpleTable(rows) in row groups of rowGroupSize rows; returns the path.
 std::string writeSimpleFile(const TempDir& dir, const std::string& name, int64_t rows,

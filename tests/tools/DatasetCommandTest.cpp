@@ -19,16 +19,8 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using vxtest::arrayFromJSON;
 using vxtest::runVxparquet;
+using vxtest::table;
 using vxtest::TempDir;
-
-std::shared_ptr<arrow::Table> table(const std::vector<std::string>& names,
-                                    const std::vector<std::shared_ptr<arrow::Array>>& columns) {
-  std::vector<std::shared_ptr<arrow::Field>> fields;
-  for (size_t i = 0; i < names.size(); ++i) {
-    fields.push_back(arrow::field(names[i], columns[i]->type()));
-  }
-  return arrow::Table::Make(arrow::schema(fields), columns);
-}
 
 // sales/year=2023 holds old files (id int32, no "note"), sales/year=2024 newer ones (id int64,
 // with "note"), beside a writer's _SUCCESS marker.

@@ -14,10 +14,14 @@
 #include <arrow/type_traits.h>
 #include <arrow/util/decimal.h>
 
+#include "host/converter/Display.hpp"
 #include "host/converter/ParallelFor.hpp"
 
 namespace vxparquet::format {
 namespace {
+
+using vantro::io::arrow::core::display::CivilFromDays;
+using vantro::io::arrow::core::display::SplitTicks;
 
 using ::arrow::Array;
 using ::arrow::Status;
@@ -92,19 +96,6 @@ std::string Digits128(unsigned __int128 magnitude) {
 
 // ---- Dates and times -----------------------------------------------------------------------
 
-// Civil date from days since 1970-01-01 (proleptic Gregorian; H. Hinnant's algorithm).
-void CivilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day) {
-  days += 719468;
-  const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-  const auto doe = static_cast<unsigned>(days - era * 146097);
-  const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-  const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-  const unsigned mp = (5 * doy + 2) / 153;
-  day = doy - (153 * mp + 2) / 5 + 1;
-  month = mp < 10 ? mp + 3 : mp - 9;
-  year = static_cast<int64_t>(yoe) + era * 400 + (month <= 2 ? 1 : 0);
-}
-
 // `width` decimal digits of value, zero-padded, at p.
 char* PutDigits(char* p, uint64_t value, int width) {
   for (int i = width - 1; i >= 0; --i) {
@@ -149,16 +140,6 @@ UnitScale ScaleOf(::arrow::TimeUnit::type unit) {
       return {1000000000, 9, "ns"};
     default:
       return {1, 0, "s"};
-  }
-}
-
-// Whole seconds and the fraction, floored so that times before 1970 work.
-void SplitTicks(int64_t ticks, int64_t perSecond, int64_t& seconds, int64_t& fraction) {
-  seconds = ticks / perSecond;
-  fraction = ticks % perSecond;
-  if (fraction < 0) {
-    fraction += perSecond;
-    seconds -= 1;
   }
 }
 

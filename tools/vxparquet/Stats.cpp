@@ -134,18 +134,11 @@ int64_t floorDiv(int64_t a, int64_t b) { return a / b - ((a % b != 0) && ((a < 0
 
 // The proleptic Gregorian date of a day count since 1970-01-01 (Howard Hinnant's algorithm).
 std::string civilDate(int64_t days) {
-  days += 719468;
-  const int64_t era = floorDiv(days, 146097);
-  const int64_t dayOfEra = days - era * 146097;
-  const int64_t yearOfEra =
-      (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-  const int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-  const int64_t mp = (5 * dayOfYear + 2) / 153;
-  const int64_t day = dayOfYear - (153 * mp + 2) / 5 + 1;
-  const int64_t month = mp < 10 ? mp + 3 : mp - 9;
-  const int64_t year = yearOfEra + era * 400 + (month <= 2);
+  int64_t year = 0;
+  unsigned month = 0, day = 0;
+  vantro::io::arrow::core::display::CivilFromDays(days, year, month, day);
   char buffer[80];
-  std::snprintf(buffer, sizeof buffer, "%04" PRId64 "-%02" PRId64 "-%02" PRId64, year, month, day);
+  std::snprintf(buffer, sizeof buffer, "%04" PRId64 "-%02u-%02u", year, month, day);
   return buffer;
 }
 

@@ -23,6 +23,7 @@
 #include <arrow/type.h>
 
 #include "host/converter/Converter.hpp"
+#include "host/converter/Display.hpp"
 #include "host/services/Interrupts.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/Utils.hpp"
@@ -104,19 +105,11 @@ std::string wholeNumberText(double value, const std::string& name) {
 
 // "YYYY-MM-DD" (proleptic Gregorian), the form a reader takes for a date.
 std::string dateText(int32_t days, const std::string& name) {
-  int64_t z = static_cast<int64_t>(days) + 719468;
-  const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-  const int64_t dayOfEra = z - era * 146097;
-  const int64_t yearOfEra =
-      (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-  const int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-  const int64_t monthIndex = (5 * dayOfYear + 2) / 153;
-  const int64_t day = dayOfYear - (153 * monthIndex + 2) / 5 + 1;
-  const int64_t month = monthIndex < 10 ? monthIndex + 3 : monthIndex - 9;
-  const int64_t year = yearOfEra + era * 400 + (month <= 2);
+  int64_t year = 0;
+  unsigned month = 0, day = 0;
+  ::vantro::io::arrow::core::display::CivilFromDays(days, year, month, day);
   char text[80];
-  std::snprintf(text, sizeof text, "%04lld-%02lld-%02lld", static_cast<long long>(year),
-                static_cast<long long>(month), static_cast<long long>(day));
+  std::snprintf(text, sizeof text, "%04lld-%02u-%02u", static_cast<long long>(year), month, day);
   if (year < 0 || year > 9999) {
     unwritable(name, text, "dates are read back from folder names in years 0000 to 9999 only");
   }

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 
+#include "host/converter/Display.hpp"
 #include "host/converter/HostValues.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/filter/Errors.hpp"
@@ -115,19 +116,6 @@ bool unitScale(const std::string& unit, int64_t& tickSeconds, int64_t& ticksPerS
     return false;
   }
   return true;
-}
-
-void civilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day) {
-  days += 719468;
-  const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-  const unsigned dayOfEra = static_cast<unsigned>(days - era * 146097);
-  const unsigned yearOfEra =
-      (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-  const unsigned dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-  const unsigned mp = (5 * dayOfYear + 2) / 153;
-  day = dayOfYear - (153 * mp + 2) / 5 + 1;
-  month = mp < 10 ? mp + 3 : mp - 9;
-  year = static_cast<int64_t>(yearOfEra) + era * 400 + (month <= 2);
 }
 
 int64_t floorDiv(int64_t a, int64_t b) { return a / b - ((a % b != 0) && ((a < 0) != (b < 0))); }
@@ -394,7 +382,7 @@ std::string ColumnComparer::valueText(size_t row) const {
       unsigned month = 0, day = 0;
       const int64_t days = floorDiv(seconds, 86400);
       const int64_t secondOfDay = seconds - days * 86400;
-      civilFromDays(days, year, month, day);
+      ::vantro::io::arrow::core::display::CivilFromDays(days, year, month, day);
       if (mUnit == "day") {
         std::snprintf(buffer, sizeof buffer, "%04lld-%02u-%02u", static_cast<long long>(year),
                       month, day);
