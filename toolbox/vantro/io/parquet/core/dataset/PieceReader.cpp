@@ -17,6 +17,7 @@ using foundation::unicode::utf8_to_ustring;
 PieceReader::PieceReader(const DatasetFile& file, bool alone) : mAlone(alone) {
   mFilename = file.name;
   auto adapter = common::makeReadableFilePtr(file.name);
+  mFile = adapter;
   common::throwReadExceptIfNotOk(
       guarded([&] {
         // The footer read before is reused: the file is opened, not parsed again.

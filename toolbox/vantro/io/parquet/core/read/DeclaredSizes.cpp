@@ -1,10 +1,14 @@
 #include "toolbox/vantro/io/parquet/core/read/DeclaredSizes.hpp"
 
 #include <algorithm>
+#include <optional>
 #include <string>
 
+#include <arrow/buffer.h>
 #include <arrow/type.h>
 #include <parquet/schema.h>
+
+#include "toolbox/vantro/io/parquet/core/read/PageHeaders.hpp"
 
 namespace vantro::io::parquet::core::read {
 namespace {
@@ -70,7 +74,82 @@ const ::parquet::arrow::SchemaField* oversizedLeaf(const ::parquet::FileMetaData
   return nullptr;
 }
 
+// Arrow's own bound on one page header.
+constexpr int64_t kMaxPageHeaderBytes = 16 << 20;
+// A first read that holds most headers whole, statistics included.
+constexpr int64_t kFirstHeaderRead = 1024;
+
+// The header of the page at position, read in growing steps up to end; nullopt where none
+// parses.
+::arrow::Result<std::optional<PageSizes>> readPageHeader(::arrow::io::RandomAccessFile& file,
+                                                         int64_t position, int64_t end) {
+  for (int64_t length = kFirstHeaderRead;; length *= 4) {
+    const int64_t wanted = std::min({length, end - position, kMaxPageHeaderBytes});
+    ARROW_ASSIGN_OR_RAISE(auto bytes, file.ReadAt(position, wanted));
+    bool truncated = false;
+    auto sizes = parsePageHeader(bytes->data(), static_cast<size_t>(bytes->size()), &truncated);
+    if (sizes || !truncated || bytes->size() < wanted || wanted < length) return sizes;
+  }
+}
+
+// Where Arrow starts reading a chunk: its dictionary page when it has one before its data.
+int64_t chunkStart(const ::parquet::ColumnChunkMetaData& chunk) {
+  int64_t start = chunk.data_page_offset();
+  if (chunk.has_dictionary_page() && chunk.dictionary_page_offset() > 0 &&
+      chunk.dictionary_page_offset() < start) {
+    start = chunk.dictionary_page_offset();
+  }
+  return start;
+}
+
+// The decoded bytes the pages of chunk declare, header bytes included as the footer counts
+// them, stopping once they pass limit.
+::arrow::Result<uint64_t> pageDeclaredBytes(::arrow::io::RandomAccessFile& file, int64_t fileSize,
+                                            const ::parquet::ColumnChunkMetaData& chunk,
+                                            uint64_t limit) {
+  const int64_t start = chunkStart(chunk);
+  const int64_t stored = chunk.total_compressed_size();
+  if (start < 0 || stored <= 0 || start >= fileSize) return 0;
+  const int64_t end = start + std::min(stored, fileSize - start);
+  uint64_t total = 0;
+  for (int64_t position = start; position < end && total <= limit;) {
+    ARROW_ASSIGN_OR_RAISE(const auto sizes, readPageHeader(file, position, end));
+    if (!sizes || sizes->uncompressedBytes < 0 || sizes->compressedBytes < 0) break;
+    total += static_cast<uint64_t>(sizes->headerBytes + sizes->uncompressedBytes);
+    position += sizes->headerBytes + sizes->compressedBytes;
+  }
+  return total;
+}
+
 }  // namespace
+
+::arrow::Status checkPageSizes(::arrow::io::RandomAccessFile& file,
+                               const ::parquet::FileMetaData& metadata,
+                               const std::vector<int>& rowGroups, const std::vector<int>& columns) {
+  ARROW_ASSIGN_OR_RAISE(const int64_t fileSize, file.GetSize());
+  for (const int rowGroup : rowGroups) {
+    if (rowGroup < 0 || rowGroup >= metadata.num_row_groups()) continue;
+    const auto group = metadata.RowGroup(rowGroup);
+    for (const int column : columns) {
+      if (column < 0 || column >= group->num_columns()) continue;
+      const auto chunk = group->ColumnChunk(column);
+      // Uncompressed pages are used as stored: nothing expands.
+      if (chunk->compression() == ::parquet::Compression::UNCOMPRESSED) continue;
+      const auto declared =
+          static_cast<uint64_t>(std::max<int64_t>(chunk->total_uncompressed_size(), 0));
+      const uint64_t limit = 2 * declared + kSlack;
+      ARROW_ASSIGN_OR_RAISE(const uint64_t pages, pageDeclaredBytes(file, fileSize, *chunk, limit));
+      if (pages > limit) {
+        return ::arrow::Status::Invalid(
+            "Column '", metadata.schema()->Column(column)->path()->ToDotString(), "' in row group ",
+            rowGroup + 1, " has pages that declare more than ", limit,
+            " decoded bytes where the footer declares ", declared,
+            "; the file is corrupt or forged");
+      }
+    }
+  }
+  return ::arrow::Status::OK();
+}
 
 ::arrow::Status checkDeclaredChunkSizes(const ::parquet::FileMetaData& metadata,
                                         const std::vector<int>& rowGroups,

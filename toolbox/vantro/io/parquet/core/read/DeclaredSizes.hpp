@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <vector>
 
+#include <arrow/io/interfaces.h>
 #include <arrow/status.h>
 #include <parquet/arrow/schema.h>
 #include <parquet/metadata.h>
@@ -31,5 +32,14 @@ inline constexpr uint64_t kMaxBinaryChunkBytes = (uint64_t{1} << 31) - 2;
                                       const ::parquet::arrow::SchemaManifest& manifest,
                                       const std::vector<int32_t>& fields,
                                       const std::vector<int>& rowGroups);
+
+// Refuses, from the page headers, compressed column chunks whose pages declare more decoded
+// bytes than the footer declares for the chunk (with room for writers that count loosely).
+// Arrow sizes each page's decompression by its header alone, so a forged footer would let a
+// small file decompress to gigabytes; the headers are read, never the pages. A header that cannot
+// be parsed ends the walk of its chunk: Arrow reports it when it reads the chunk.
+::arrow::Status checkPageSizes(::arrow::io::RandomAccessFile& file,
+                               const ::parquet::FileMetaData& metadata,
+                               const std::vector<int>& rowGroups, const std::vector<int>& columns);
 
 }  // namespace vantro::io::parquet::core::read

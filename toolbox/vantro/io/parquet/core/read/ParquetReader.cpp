@@ -202,6 +202,7 @@ ParquetReader::~ParquetReader() { VANTRO_PARQUET_TRACE(); }
 // The manifest lives inside the Arrow reader on the heap, so its address survives the move.
 ParquetReader::ParquetReader(ParquetReader&& other) noexcept
     : mFilename(std::move(other.mFilename)),
+      mFile(std::move(other.mFile)),
       mFileReader(std::move(other.mFileReader)),
       mSelectedVariables(std::move(other.mSelectedVariables)) {
   VANTRO_PARQUET_TRACE();
@@ -212,6 +213,7 @@ ParquetReader& ParquetReader::operator=(ParquetReader&& other) noexcept {
   VANTRO_PARQUET_TRACE();
   if (this != &other) {
     mFilename = std::move(other.mFilename);
+    mFile = std::move(other.mFile);
     mFileReader = std::move(other.mFileReader);
     mSelectedVariables = std::move(other.mSelectedVariables);
     other.mSelectedVariables = SelectedVariables{};
@@ -224,6 +226,7 @@ void ParquetReader::init(const std::u16string& filename) {
   getLogger().log(severity::kFile, " filename=", filename);
   auto file = common::makeReadableFilePtr(filename);
   mFilename = file->GetFilename();
+  mFile = file;
 
   const ::arrow::Status opened = guarded([&] { return openFileReader(file, &mFileReader); });
   common::throwIfEncrypted(opened, *file, mFileReader.get(), mFilename);
@@ -388,6 +391,13 @@ void ParquetReader::checkDeclaredSizes(const std::vector<int>& rowGroups) const 
                                                         rowGroups);
                          }),
                          mFilename);
+  if (mFile) {
+    throwReadExceptIfNotOk(guarded([&] {
+                             return checkPageSizes(*mFile, getMetadata(), rowGroups,
+                                                   mSelectedVariables.parquetColumnIndices);
+                           }),
+                           mFilename);
+  }
 }
 
 int64_t ParquetReader::footerRows(const std::vector<int>& rowGroups) const {

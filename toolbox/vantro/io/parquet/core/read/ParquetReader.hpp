@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <arrow/io/type_fwd.h>
 #include <arrow/status.h>
 #include <arrow/type_fwd.h>
 #include <parquet/arrow/reader.h>
@@ -122,6 +123,8 @@ class ParquetReader {
   ::arrow::Status guarded(const std::function<::arrow::Status()>& call) const;
 
   std::u16string mFilename;
+  // The file the reader reads, for the page headers that checkDeclaredSizes reads itself.
+  std::shared_ptr<::arrow::io::RandomAccessFile> mFile;
   std::unique_ptr<::parquet::arrow::FileReader> mFileReader;
   SelectedVariables mSelectedVariables;
   // Whether Arrow's reads may use its pool, as setupArrowThreadPool last decided.
