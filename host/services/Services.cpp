@@ -158,6 +158,22 @@ int64_t availableCpus() {
   return std::max<int64_t>(cpus, 1);
 }
 
+namespace {
+std::atomic<::arrow::MemoryPool*>& configuredReadPool() {
+  static std::atomic<::arrow::MemoryPool*> pool{nullptr};
+  return pool;
+}
+}  // namespace
+
+::arrow::MemoryPool* getArrowReadPool() {
+  ::arrow::MemoryPool* pool = configuredReadPool().load(std::memory_order_acquire);
+  return pool != nullptr ? pool : ::arrow::default_memory_pool();
+}
+
+void setArrowReadPool(::arrow::MemoryPool* pool) {
+  configuredReadPool().store(pool, std::memory_order_release);
+}
+
 uint64_t getMaxColumnChunkBytes() {
   const uint64_t configured = configuredChunkBytes().load(std::memory_order_relaxed);
   return configured > 0 ? configured : availableMemory();

@@ -3,7 +3,17 @@
 #include <cstdint>
 #include <string>
 
+namespace arrow {
+class MemoryPool;
+}
+
 namespace foundation::services {
+
+// The pool that file reads decode Arrow's arrays into: Arrow's default pool unless the host
+// sets another (a host that adopts decoded values as its own memory). Null restores the
+// default. The pool must outlive every read and every array it allocated.
+::arrow::MemoryPool* getArrowReadPool();
+void setArrowReadPool(::arrow::MemoryPool* pool);
 
 // The number of threads the host lets computations use: availableCpus() unless set.
 int64_t getNumComputationalThreads();

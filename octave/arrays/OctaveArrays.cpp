@@ -97,6 +97,44 @@ octave_value copiedArray(const void* data, size_t m, size_t n, int threads) {
   return octave_value(OctaveArray(*adopted));
 }
 
+// An Octave array over storage, which it adopts; *taken is set once it owns storage.
+template <typename OctaveArray>
+octave_value adoptedArray(void* storage, size_t m, size_t n, int* taken) {
+  using Element = typename OctaveArray::element_type;
+  Array<Element> adopted(
+      static_cast<Element*>(storage),
+      dim_vector(static_cast<octave_idx_type>(m), static_cast<octave_idx_type>(n)));
+  *taken = 1;
+  return octave_value(OctaveArray(adopted));
+}
+
+octave_value adoptedValue(mxClassID id, void* data, size_t m, size_t n, int* taken) {
+  switch (id) {
+    case mxDOUBLE_CLASS:
+      return adoptedArray<NDArray>(data, m, n, taken);
+    case mxSINGLE_CLASS:
+      return adoptedArray<FloatNDArray>(data, m, n, taken);
+    case mxINT8_CLASS:
+      return adoptedArray<int8NDArray>(data, m, n, taken);
+    case mxUINT8_CLASS:
+      return adoptedArray<uint8NDArray>(data, m, n, taken);
+    case mxINT16_CLASS:
+      return adoptedArray<int16NDArray>(data, m, n, taken);
+    case mxUINT16_CLASS:
+      return adoptedArray<uint16NDArray>(data, m, n, taken);
+    case mxINT32_CLASS:
+      return adoptedArray<int32NDArray>(data, m, n, taken);
+    case mxUINT32_CLASS:
+      return adoptedArray<uint32NDArray>(data, m, n, taken);
+    case mxINT64_CLASS:
+      return adoptedArray<int64NDArray>(data, m, n, taken);
+    case mxUINT64_CLASS:
+      return adoptedArray<uint64NDArray>(data, m, n, taken);
+    default:
+      return octave_value();
+  }
+}
+
 octave_value numericValue(mxClassID id, const void* data, size_t m, size_t n, int threads) {
   switch (id) {
     case mxDOUBLE_CLASS:
@@ -262,6 +300,15 @@ extern "C" {
 mxArray* vxoct_numeric_array(mxClassID id, const void* data, size_t m, size_t n, int threads) {
   try {
     return wrapped(numericValue(id, data, m, n, threads));
+  } catch (...) {
+    return nullptr;
+  }
+}
+
+mxArray* vxoct_adopted_numeric_array(mxClassID id, void* data, size_t m, size_t n, int* taken) {
+  *taken = 0;
+  try {
+    return wrapped(adoptedValue(id, data, m, n, taken));
   } catch (...) {
     return nullptr;
   }

@@ -27,6 +27,12 @@ extern "C" {
  * (by up to `threads` threads). */
 mxArray* vxoct_numeric_array(mxClassID id, const void* data, size_t m, size_t n, int threads);
 
+/* An m-by-n numeric array of the class over data itself, a block of the C library's allocator
+ * holding at least m*n elements, which Octave frees with operator delete. *taken says whether
+ * Octave took data: once taken, it is Octave's even when making the array fails afterwards
+ * (NULL), and nobody may read it through another pointer. */
+mxArray* vxoct_adopted_numeric_array(mxClassID id, void* data, size_t m, size_t n, int* taken);
+
 /* An m-by-n logical array; each byte of data is 0 (false) or not (true). */
 mxArray* vxoct_logical_array(const uint8_t* data, size_t m, size_t n);
 
@@ -35,8 +41,8 @@ mxArray* vxoct_logical_array(const uint8_t* data, size_t m, size_t n);
  * 0x0 char); where missing is given and missing[r] is not 0, the element is [] (0x0 double)
  * and its units are ignored. The caller checks that offsets do not decrease. Up to `threads`
  * threads make the elements; the rows of each share one block of bytes. */
-mxArray* vxoct_text_column(const uint16_t* units, const uint64_t* offsets,
-                           const uint8_t* missing, size_t rows, int threads);
+mxArray* vxoct_text_column(const uint16_t* units, const uint64_t* offsets, const uint8_t* missing,
+                           size_t rows, int threads);
 
 /* The elements of a cell made only of char rows (1xN or 0x0 char) and [] (0x0 double): for
  * each element, where its bytes start and how many there are (Octave's own data, valid while

@@ -290,6 +290,39 @@ endfunction
 %! confirm_recursive_rmdir (false, "local");
 %! rmdir (dir, "s");
 
+## Columns of a megabyte and more become Octave's arrays without a copy: each read's arrays are
+## its own, survive edits, clears and later reads, and keep their class and values.
+%!test
+%! d = tempname (); mkdir (d);
+%! unwind_protect
+%!   n = 300000;
+%!   W = struct ("d", (1:n)' / 7, "i", int64 ((1:n)') * 3, "k", int32 ((n:-1:1)'),
+%!               "f", single ((1:n)'), "u", uint8 (mod ((1:n)', 256)));
+%!   f = fullfile (d, "wide.parquet");
+%!   pq_write (f, W, "RowGroupHeights", [n]);
+%!   A = pq_read (f);
+%!   B = pq_read (f);
+%!   assert (A, W);
+%!   A.d(1) = -1; A.i(end) = 0;
+%!   assert (B, W);
+%!   clear B;
+%!   C = pq_read (f, "RowGroups", 1);
+%!   assert (C, W);
+%!   assert (A.d(1), -1);
+%!   assert (A.i(end), int64 (0));
+%!   clear A;
+%!   for k = 1:3
+%!     assert (pq_read (f, "Variables", {"i", "k"}), struct ("i", W.i, "k", W.k));
+%!   endfor
+%!   copyfile (f, fullfile (d, "wide2.parquet"));
+%!   D = pq_read (d);
+%!   assert (D.d, [W.d; W.d]);
+%!   assert (C, W);
+%! unwind_protect_cleanup
+%!   confirm_recursive_rmdir (false, "local");
+%!   rmdir (d, "s");
+%! end_unwind_protect
+
 ## Datasets: folders, patterns and lists read as one table.  Each test makes its own folder:
 ## year=2023 holds id as int32 and no "note", year=2024 id as int64 and a "note"; a writer's
 ## _SUCCESS marker and a .crc file lie beside them.

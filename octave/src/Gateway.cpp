@@ -10,6 +10,7 @@
 
 #include <mex.h>
 
+#include "AdoptablePool.hpp"
 #include "Commands.hpp"
 #include "OctaveInterrupts.hpp"
 #include "OctaveValues.hpp"
@@ -132,6 +133,8 @@ extern "C" void mexFunction(int nlhs, mxArray* plhs[], int nrhs, const mxArray* 
     // Octave reads again and again in one process: freed pages stay for the next read.
     foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
     keepOctaveArrayPages();
+    // Numeric columns decoded into the C library's blocks become Octave's arrays uncopied.
+    foundation::services::setArrowReadPool(&vxoctave::AdoptablePool::instance());
     initialised = true;
   }
   Failure failure;

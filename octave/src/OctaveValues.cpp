@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "../arrays/OctaveArrays.h"
+#include "AdoptablePool.hpp"
 #include "host/converter/HostValues.hpp"
 #include "host/converter/ParallelFor.hpp"
 #include "host/services/Interrupts.hpp"
@@ -156,8 +157,23 @@ mxArray* numericToOctave(const vxArray* value) {
   if (vxIsComplex(value)) {
     fail("UnsupportedValue", "complex host values have no Octave translation here");
   }
-  return made(
-      vxoct_numeric_array(mxClass, vxGetData(value), vxGetM(value), vxGetN(value), threadCount()));
+  const size_t m = vxGetM(value), n = vxGetN(value);
+  void* data = vxGetData(value);
+  // A column that Arrow decoded into a block of the package's pool becomes Octave's array as
+  // it is. The host array still points there, but is destroyed unread once translated.
+  auto& pool = vxoctave::AdoptablePool::instance();
+  if (mxClass != mxUNKNOWN_CLASS && m * n > 0 &&
+      pool.handOver(data, m * n * vxGetElementSize(value))) {
+    int taken = 0;
+    mxArray* adopted = vxoct_adopted_numeric_array(mxClass, data, m, n, &taken);
+    if (adopted != nullptr) return adopted;
+    if (taken == 0) {
+      pool.takeBack(data);
+    } else {
+      throw std::bad_alloc();
+    }
+  }
+  return made(vxoct_numeric_array(mxClass, data, m, n, threadCount()));
 }
 
 mxArray* logicalToOctave(const vxArray* value) {

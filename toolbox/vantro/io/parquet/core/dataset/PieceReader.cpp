@@ -5,6 +5,7 @@
 #include <parquet/file_reader.h>
 
 #include "host/converter/Converter.hpp"
+#include "host/services/Services.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ReadableWritableFile.hpp"
@@ -23,7 +24,7 @@ PieceReader::PieceReader(const DatasetFile& file, bool alone) : mAlone(alone) {
         // The footer read before is reused: the file is opened, not parsed again.
         auto parquetReader = ::parquet::ParquetFileReader::Open(
             adapter, ::parquet::default_reader_properties(), file.metadata);
-        return common::compat::MakeFileReader(::arrow::default_memory_pool(),
+        return common::compat::MakeFileReader(foundation::services::getArrowReadPool(),
                                               std::move(parquetReader), &mFileReader);
       }),
       mFilename);

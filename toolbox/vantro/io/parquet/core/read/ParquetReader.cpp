@@ -90,7 +90,9 @@ std::atomic<bool> gReadVariableByVariable{true};
   ARROW_RETURN_NOT_OK(builder.Open(std::move(file)));
   ::parquet::ArrowReaderProperties properties;
   properties.set_pre_buffer(false);
-  return builder.memory_pool(::arrow::default_memory_pool())->properties(properties)->Build(reader);
+  return builder.memory_pool(foundation::services::getArrowReadPool())
+      ->properties(properties)
+      ->Build(reader);
 }
 
 // Raises a failed conversion as the host sees it: a type the host cannot hold names its

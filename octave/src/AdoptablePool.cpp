@@ -1,0 +1,136 @@
+#include "AdoptablePool.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace vxoctave {
+namespace {
+
+// Statistics that newer Arrow pools keep and older ones lack: 0 there.
+template <typename Pool>
+auto totalBytesOf(const Pool& pool, int) -> decltype(pool.total_bytes_allocated()) {
+  return pool.total_bytes_allocated();
+}
+template <typename Pool>
+int64_t totalBytesOf(const Pool&, long) {
+  return 0;
+}
+template <typename Pool>
+auto allocationsOf(const Pool& pool, int) -> decltype(pool.num_allocations()) {
+  return pool.num_allocations();
+}
+template <typename Pool>
+int64_t allocationsOf(const Pool&, long) {
+  return 0;
+}
+
+// Arrow's buffers are aligned to 64 bytes at least.
+constexpr int64_t kAlignment = 64;
+
+}  // namespace
+
+AdoptablePool& AdoptablePool::instance() {
+  // Never destroyed: arrays may outlive every static object.
+  static auto* pool = new AdoptablePool();
+  return *pool;
+}
+
+AdoptablePool::AdoptablePool() : mSmall(::arrow::default_memory_pool()) {}
+
+::arrow::Status AdoptablePool::Allocate(int64_t size, int64_t alignment, uint8_t** out) {
+  if (size < kMinAdoptableBytes) return mSmall->Allocate(size, alignment, out);
+  return AllocateLarge(size, alignment, out);
+}
+
+::arrow::Status AdoptablePool::AllocateLarge(int64_t size, int64_t alignment, uint8_t** out) {
+  void* block = nullptr;
+  if (posix_memalign(&block, static_cast<size_t>(std::max(alignment, kAlignment)),
+                     static_cast<size_t>(size)) != 0) {
+    return ::arrow::Status::OutOfMemory("malloc of size ", size, " failed");
+  }
+  {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mLarge[block] = size;
+  }
+  const int64_t now = mLargeBytes.fetch_add(size) + size + mSmall->bytes_allocated();
+  int64_t peak = mMaxBytes.load();
+  while (now > peak && !mMaxBytes.compare_exchange_weak(peak, now)) {
+  }
+  mTotalLarge.fetch_add(size);
+  mLargeCount.fetch_add(1);
+  *out = static_cast<uint8_t*>(block);
+  return ::arrow::Status::OK();
+}
+
+::arrow::Status AdoptablePool::Reallocate(int64_t oldSize, int64_t newSize, int64_t alignment,
+                                          uint8_t** ptr) {
+  bool large = false;
+  {
+    std::lock_guard<std::mutex> lock(mMutex);
+    large = mLarge.count(*ptr) != 0 || mHandedOver.count(*ptr) != 0;
+  }
+  if (!large && newSize < kMinAdoptableBytes) {
+    return mSmall->Reallocate(oldSize, newSize, alignment, ptr);
+  }
+  uint8_t* moved = nullptr;
+  ARROW_RETURN_NOT_OK(Allocate(newSize, alignment, &moved));
+  std::memcpy(moved, *ptr, static_cast<size_t>(std::min(oldSize, newSize)));
+  Free(*ptr, oldSize, alignment);
+  *ptr = moved;
+  return ::arrow::Status::OK();
+}
+
+void AdoptablePool::Free(uint8_t* buffer, int64_t size, int64_t alignment) {
+  {
+    std::lock_guard<std::mutex> lock(mMutex);
+    const auto handedOver = mHandedOver.find(buffer);
+    if (handedOver != mHandedOver.end()) {
+      mHandedOver.erase(handedOver);
+      return;
+    }
+    const auto large = mLarge.find(buffer);
+    if (large != mLarge.end()) {
+      mLargeBytes.fetch_sub(large->second);
+      mLarge.erase(large);
+      std::free(buffer);
+      return;
+    }
+  }
+  mSmall->Free(buffer, size, alignment);
+}
+
+bool AdoptablePool::handOver(const void* data, size_t bytes) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  const auto found = mLarge.find(data);
+  if (found == mLarge.end() || static_cast<size_t>(found->second) < bytes) return false;
+  mLargeBytes.fetch_sub(found->second);
+  mHandedOver.emplace(found->first, found->second);
+  mLarge.erase(found);
+  return true;
+}
+
+void AdoptablePool::takeBack(const void* data) {
+  std::lock_guard<std::mutex> lock(mMutex);
+  const auto found = mHandedOver.find(data);
+  if (found == mHandedOver.end()) return;
+  mLargeBytes.fetch_add(found->second);
+  mLarge.emplace(found->first, found->second);
+  mHandedOver.erase(found);
+}
+
+int64_t AdoptablePool::bytes_allocated() const {
+  return mLargeBytes.load() + mSmall->bytes_allocated();
+}
+
+int64_t AdoptablePool::max_memory() const { return mMaxBytes.load(); }
+
+int64_t AdoptablePool::total_bytes_allocated() const {
+  return mTotalLarge.load() + totalBytesOf(*mSmall, 0);
+}
+
+int64_t AdoptablePool::num_allocations() const {
+  return mLargeCount.load() + allocationsOf(*mSmall, 0);
+}
+
+}  // namespace vxoctave

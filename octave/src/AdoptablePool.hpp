@@ -1,0 +1,62 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+#include <arrow/memory_pool.h>
+
+namespace vxoctave {
+
+// Arrow's pool for the package's reads. Large blocks come from the C library's allocator,
+// which is also the one behind the operator delete that frees Octave's arrays: a numeric column
+// that Arrow decoded into such a block can become Octave's array as it is, without a copy
+// (handOver). Small blocks, the many buffers of levels, offsets and bitmaps, stay in Arrow's
+// default pool.
+class AdoptablePool : public ::arrow::MemoryPool {
+ public:
+  // Blocks of at least this many bytes are adoptable.
+  static constexpr int64_t kMinAdoptableBytes = int64_t{1} << 20;
+
+  static AdoptablePool& instance();
+
+  ::arrow::Status Allocate(int64_t size, int64_t alignment, uint8_t** out) override;
+  ::arrow::Status Reallocate(int64_t oldSize, int64_t newSize, int64_t alignment,
+                             uint8_t** ptr) override;
+  void Free(uint8_t* buffer, int64_t size, int64_t alignment) override;
+  void ReleaseUnused() override { mSmall->ReleaseUnused(); }
+  int64_t bytes_allocated() const override;
+  int64_t max_memory() const override;
+  // Pure in newer Arrow releases, absent from older ones.
+  int64_t total_bytes_allocated() const;
+  int64_t num_allocations() const;
+  std::string backend_name() const override { return "adoptable"; }
+
+  // Whether data is the start of a live large block of at least bytes; if so the block is
+  // Octave's from now on: Arrow's later Free of it frees nothing, and operator delete frees it.
+  bool handOver(const void* data, size_t bytes);
+  // Undoes handOver when Octave could not take the block after all.
+  void takeBack(const void* data);
+
+ private:
+  AdoptablePool();
+  ::arrow::Status AllocateLarge(int64_t size, int64_t alignment, uint8_t** out);
+  void FreeLarge(uint8_t* buffer);
+
+  ::arrow::MemoryPool* mSmall;
+  std::mutex mMutex;
+  // Guarded by mMutex: the large blocks Arrow owns, and those handed over to Octave whose
+  // Buffer Arrow has yet to free. Octave may free a handed-over block first, and the address may
+  // come back for a new block: Arrow's next Free of it then belongs to the handed-over one.
+  std::unordered_map<const void*, int64_t> mLarge;
+  std::unordered_multimap<const void*, int64_t> mHandedOver;
+  std::atomic<int64_t> mLargeBytes{0};
+  std::atomic<int64_t> mMaxBytes{0};
+  std::atomic<int64_t> mTotalLarge{0};
+  std::atomic<int64_t> mLargeCount{0};
+};
+
+}  // namespace vxoctave
