@@ -200,6 +200,18 @@ char* putUtf8(char32_t c, char* out) {
   return out;
 }
 
+// The end of the run of ASCII units that starts at i, looking at four units at a time: most
+// texts are ASCII, and for them UTF-8 is the units narrowed.
+uint64_t asciiEnd(const uint16_t* units, uint64_t i, uint64_t end) {
+  for (; i + 4 <= end; i += 4) {
+    uint64_t four;
+    std::memcpy(&four, units + i, sizeof four);
+    if ((four & 0xFF80FF80FF80FF80ull) != 0) break;
+  }
+  while (i < end && units[i] < 0x80) ++i;
+  return i;
+}
+
 bool isAbsent(const uint8_t* missing, size_t row) { return missing != nullptr && missing[row]; }
 
 // UTF-8 bytes of rows [first, last), each row decoded on its own so that a broken pair never
@@ -209,9 +221,9 @@ size_t utf8Bytes(const uint16_t* units, const uint64_t* offsets, const uint8_t* 
   size_t bytes = 0;
   for (size_t r = first; r < last; ++r) {
     if (isAbsent(missing, r)) continue;
-    for (uint64_t i = offsets[r]; i < offsets[r + 1];) {
-      bytes += utf8Length(nextCodePoint(units, offsets[r + 1], i));
-    }
+    uint64_t i = asciiEnd(units, offsets[r], offsets[r + 1]);
+    bytes += i - offsets[r];
+    while (i < offsets[r + 1]) bytes += utf8Length(nextCodePoint(units, offsets[r + 1], i));
   }
   return bytes;
 }
@@ -238,9 +250,11 @@ void makeTexts(octave_value* storage, const uint16_t* units, const uint64_t* off
         continue;
       }
       const octave_idx_type start = out - begin;
-      for (uint64_t i = offsets[r]; i < offsets[r + 1];) {
-        out = putUtf8(nextCodePoint(units, offsets[r + 1], i), out);
+      uint64_t i = offsets[r];
+      for (const uint64_t ascii = asciiEnd(units, i, offsets[r + 1]); i < ascii; ++i) {
+        *out++ = static_cast<char>(units[i]);
       }
+      while (i < offsets[r + 1]) out = putUtf8(nextCodePoint(units, offsets[r + 1], i), out);
       if (out == begin + start) {
         new (storage + r) octave_value(empty);
       } else {
@@ -335,26 +349,33 @@ mxArray* vxoct_text_column(const uint16_t* units, const uint64_t* offsets, const
 }
 
 int vxoct_cell_texts(const mxArray* cell, size_t count, const char** data, uint64_t* lengths,
-                     uint8_t* missing) {
+                     uint8_t* missing, int threads) {
   try {
     const octave_value value = cell->as_octave_value();
     if (!value.iscell() || static_cast<size_t>(value.numel()) != count) return 0;
     const Cell elements = value.cell_value();
-    for (size_t i = 0; i < count; ++i) {
-      const octave_value& element = elements(static_cast<octave_idx_type>(i));
-      missing[i] = isMissing(element) ? 1 : 0;
-      if (missing[i] != 0) {
-        data[i] = nullptr;
-        lengths[i] = 0;
-      } else if (isCharRow(element)) {
-        // The element's own bytes, which the cell keeps alive.
-        data[i] = static_cast<const char*>(element.mex_get_data());
-        lengths[i] = static_cast<uint64_t>(element.numel());
-      } else {
-        return 0;
+    // Each element's shape is a copy of its dimensions (an allocation): worth the threads.
+    constexpr size_t kElementsPerThread = 65536;
+    const size_t parts = partsFor(count, kElementsPerThread, threads);
+    const size_t step = (count + parts - 1) / parts;
+    std::atomic<bool> allTexts{true};
+    const bool ran = runParts(parts, [&](size_t part) {
+      for (size_t i = part * step; i < std::min(count, (part + 1) * step) && allTexts; ++i) {
+        const octave_value& element = elements(static_cast<octave_idx_type>(i));
+        missing[i] = isMissing(element) ? 1 : 0;
+        if (missing[i] != 0) {
+          data[i] = nullptr;
+          lengths[i] = 0;
+        } else if (isCharRow(element)) {
+          // The element's own bytes, which the cell keeps alive.
+          data[i] = static_cast<const char*>(element.mex_get_data());
+          lengths[i] = static_cast<uint64_t>(element.numel());
+        } else {
+          allTexts = false;
+        }
       }
-    }
-    return 1;
+    });
+    return ran && allTexts ? 1 : 0;
   } catch (...) {
     return 0;
   }

@@ -47,9 +47,10 @@ mxArray* vxoct_text_column(const uint16_t* units, const uint64_t* offsets, const
 /* The elements of a cell made only of char rows (1xN or 0x0 char) and [] (0x0 double): for
  * each element, where its bytes start and how many there are (Octave's own data, valid while
  * the cell lives) and whether it is [] (missing[i] = 1). Returns 1 when every element is one
- * of these, 0 when one is not or `cell` is no cell of `count` elements. */
+ * of these, 0 when one is not or `cell` is no cell of `count` elements. The elements are looked
+ * at by up to `threads` threads, which only read them. */
 int vxoct_cell_texts(const mxArray* cell, size_t count, const char** data, uint64_t* lengths,
-                     uint8_t* missing);
+                     uint8_t* missing, int threads);
 
 #ifdef __cplusplus
 }
