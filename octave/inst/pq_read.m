@@ -184,6 +184,12 @@ endfunction
 %! pq_write (f, struct ("s", {{"żółw"; []; ""; "a\0b"; "\xF0\x9F\x98\x80"}}));
 %! T = pq_read (f);
 %! assert (T.s, {"żółw"; []; ""; "a\0b"; "\xF0\x9F\x98\x80"});
+%! ## ASCII runs are taken several bytes at a time: the first other character may stand
+%! ## anywhere in a run, or end it.
+%! s = {"abcdefgh"; "abcdefghż"; "abcdż"; "abcdefg\xF0\x9F\x98\x80xyz"; "żabcdefghijk";
+%!      "abcdefghijklmnopü"; "abc"; "0123456789abcdef"};
+%! pq_write (f, struct ("s", {s}));
+%! assert (pq_read (f).s, s);
 
 ## Where: row groups ruled out by their statistics are not read; rows are filtered exactly.
 %!test
