@@ -3,6 +3,7 @@
 
 #include <octave/Cell.h>
 #include <octave/mxarray.h>
+#include <octave/ov-str-mat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -11,6 +12,7 @@
 #include <memory>
 #include <new>
 #include <thread>
+#include <typeinfo>
 #include <vector>
 
 #include "OctaveArrays.h"
@@ -298,7 +300,22 @@ octave_value textColumn(const uint16_t* units, const uint64_t* offsets, const ui
   throw std::bad_alloc();
 }
 
+// The char matrix of a text value, reached without octave_value::rows(), which copies the
+// dimensions (an allocation for every element of a text column); NULL for other values.
+const charNDArray* charMatrixOf(const octave_value& element) {
+  const octave_base_value& rep = element.get_rep();
+  if (typeid(rep) != typeid(octave_char_matrix_str) &&
+      typeid(rep) != typeid(octave_char_matrix_sq_str)) {
+    return nullptr;
+  }
+  return &static_cast<const octave_char_matrix_str&>(rep).matrix_ref();
+}
+
 bool isCharRow(const octave_value& element) {
+  if (const charNDArray* chars = charMatrixOf(element)) {
+    const dim_vector& dims = chars->dims();
+    return dims.ndims() == 2 && dims(0) <= 1;
+  }
   return element.is_string() && element.ndims() == 2 && element.rows() <= 1;
 }
 

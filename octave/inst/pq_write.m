@@ -304,6 +304,14 @@ endfunction
 %! pq_write (f, struct ("x", [1; 2], "y", [3; 4]), "Compression", {"ZSTD", "Gzip"},
 %!           "Encoding", "PLAIN");
 %! assert (pq_info (f).VariableCompression, {"zstd", "gzip"});
+%!test
+%! ## Only char rows make a text column, whichever quotes made them: a char matrix of two rows
+%! ## in a cell makes it a list column instead.
+%! f = fullfile (dir, "rows.parquet");
+%! pq_write (f, struct ("s", {{"ab"; 'cd'; ''; []}}));
+%! assert (pq_read (f).s, {"ab"; "cd"; ""; []});
+%! pq_write (f, struct ("s", {{"ab"; ["cd"; "ef"]}}));
+%! assert (pq_read (f).s, {{"ab"}; {"cd"; "ef"}});
 %!error <Invalid value for option 'Compression': 'zstdd'> pq_write (fullfile (dir, "e.parquet"), struct ("x", 1), "Compression", "zstdd")
 %!error <Invalid value for option 'Encoding': 'rle'> pq_write (fullfile (dir, "e.parquet"), struct ("x", 1), "Encoding", "rle")
 %!error <Option 'Compression' must have 2 elements> pq_write (fullfile (dir, "e.parquet"), struct ("x", 1, "y", 2), "Compression", {"zstd"})
