@@ -1,6 +1,7 @@
 #include "OctaveValues.hpp"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -13,6 +14,7 @@
 #include "AdoptablePool.hpp"
 #include "host/converter/HostValues.hpp"
 #include "host/converter/ParallelFor.hpp"
+#include "host/converter/TextCodec.hpp"
 #include "host/services/Interrupts.hpp"
 #include "host/services/Services.hpp"
 #include "host/unicode/ustring.hpp"
@@ -400,24 +402,41 @@ matrix::unique_array textCellToHost(const mxArray* value) {
   auto missing = checked(vxCreateLogicalMatrix(rows, 1));
   auto* bounds = static_cast<uint64_t*>(vxGetData(offsets.get()));
   vxLogical* isMissing = vxGetLogicals(missing.get());
-  // Each row's units counted and then written on the host's threads, between them the sum
-  // that places the rows.
+  // First as if every text were ASCII, one unit per byte: the rows placed by their bytes and
+  // widened on the host's threads. A text that is not sends the column through counting its
+  // units before they are written.
   constexpr int64_t kRowsPerTask = 65536;
   bounds[0] = 0;
-  ParallelRanges(static_cast<int64_t>(rows), kRowsPerTask, [&](int64_t first, int64_t last) {
-    for (auto r = static_cast<size_t>(first); r < static_cast<size_t>(last); ++r) {
-      isMissing[r] = absent[r] != 0;
-      bounds[r + 1] = isMissing[r] ? 0 : unitsOf(bytesOf(r), lengths[r], nullptr);
-    }
-  });
-  for (size_t r = 0; r < rows; ++r) bounds[r + 1] += bounds[r];
+  for (size_t r = 0; r < rows; ++r) {
+    isMissing[r] = absent[r] != 0;
+    bounds[r + 1] = bounds[r] + (isMissing[r] ? 0 : lengths[r]);
+  }
   auto units = checked(vxCreateUninitCharArray(1, bounds[rows]));
-  auto* out = reinterpret_cast<char16_t*>(vxGetChars(units.get()));
+  std::atomic<bool> ascii{true};
   ParallelRanges(static_cast<int64_t>(rows), kRowsPerTask, [&](int64_t first, int64_t last) {
-    for (auto r = static_cast<size_t>(first); r < static_cast<size_t>(last); ++r) {
-      if (!isMissing[r]) unitsOf(bytesOf(r), lengths[r], out + bounds[r]);
+    auto* out = reinterpret_cast<char16_t*>(vxGetChars(units.get()));
+    for (auto r = static_cast<size_t>(first); r < static_cast<size_t>(last) && ascii; ++r) {
+      if (!isMissing[r] &&
+          !vantro::io::arrow::core::text::WidenIfAscii(bytesOf(r), lengths[r], out + bounds[r])) {
+        ascii = false;
+      }
     }
   });
+  if (!ascii) {
+    ParallelRanges(static_cast<int64_t>(rows), kRowsPerTask, [&](int64_t first, int64_t last) {
+      for (auto r = static_cast<size_t>(first); r < static_cast<size_t>(last); ++r) {
+        bounds[r + 1] = isMissing[r] ? 0 : unitsOf(bytesOf(r), lengths[r], nullptr);
+      }
+    });
+    for (size_t r = 0; r < rows; ++r) bounds[r + 1] += bounds[r];
+    units = checked(vxCreateUninitCharArray(1, bounds[rows]));
+    auto* out = reinterpret_cast<char16_t*>(vxGetChars(units.get()));
+    ParallelRanges(static_cast<int64_t>(rows), kRowsPerTask, [&](int64_t first, int64_t last) {
+      for (auto r = static_cast<size_t>(first); r < static_cast<size_t>(last); ++r) {
+        if (!isMissing[r]) unitsOf(bytesOf(r), lengths[r], out + bounds[r]);
+      }
+    });
+  }
   std::vector<host::Field> fields;
   fields.emplace_back(host::kData, std::move(units));
   fields.emplace_back(host::kOffsets, std::move(offsets));
