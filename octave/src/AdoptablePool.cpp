@@ -65,19 +65,62 @@ AdoptablePool::AdoptablePool() : mSmall(::arrow::default_memory_pool()) {}
 
 ::arrow::Status AdoptablePool::Reallocate(int64_t oldSize, int64_t newSize, int64_t alignment,
                                           uint8_t** ptr) {
-  bool large = false;
+  bool owned = false;
+  bool handedOver = false;
   {
     std::lock_guard<std::mutex> lock(mMutex);
-    large = mLarge.count(*ptr) != 0 || mHandedOver.count(*ptr) != 0;
+    owned = mLarge.count(*ptr) != 0;
+    handedOver = mHandedOver.count(*ptr) != 0;
   }
-  if (!large && newSize < kMinAdoptableBytes) {
+  if (owned && newSize >= kMinAdoptableBytes) {
+    return ReallocateLarge(oldSize, newSize, alignment, ptr);
+  }
+  if (!owned && !handedOver && newSize < kMinAdoptableBytes) {
     return mSmall->Reallocate(oldSize, newSize, alignment, ptr);
   }
+  // Between the two allocators (or a block no longer Arrow's): a copy.
   uint8_t* moved = nullptr;
   ARROW_RETURN_NOT_OK(Allocate(newSize, alignment, &moved));
   std::memcpy(moved, *ptr, static_cast<size_t>(std::min(oldSize, newSize)));
   Free(*ptr, oldSize, alignment);
   *ptr = moved;
+  return ::arrow::Status::OK();
+}
+
+// A growing column's block is grown in place where the C library can (the last block of its
+// heap, or a mapping it moves), as Arrow's own allocator would; only a block that comes back
+// misaligned is copied once more.
+::arrow::Status AdoptablePool::ReallocateLarge(int64_t oldSize, int64_t newSize, int64_t alignment,
+                                               uint8_t** ptr) {
+  // Out of the table while it moves: only Arrow's one holder of the block reaches it meanwhile.
+  {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mLarge.erase(*ptr);
+  }
+  void* grown = std::realloc(*ptr, static_cast<size_t>(newSize));
+  if (grown == nullptr) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mLarge[*ptr] = oldSize;  // realloc left it as it was
+    return ::arrow::Status::OutOfMemory("realloc of size ", newSize, " failed");
+  }
+  // A block that moved may have lost Arrow's alignment: copied once more into an aligned one.
+  // The old address is gone by now, so where no aligned block can be had the misaligned one is
+  // kept (Arrow's readers do not depend on it).
+  const auto required = static_cast<size_t>(std::max(alignment, kAlignment));
+  void* aligned = nullptr;
+  if (reinterpret_cast<uintptr_t>(grown) % required != 0 &&
+      posix_memalign(&aligned, required, static_cast<size_t>(newSize)) == 0) {
+    std::memcpy(aligned, grown, static_cast<size_t>(std::min(oldSize, newSize)));
+    std::free(grown);
+    grown = aligned;
+  }
+  {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mLarge[grown] = newSize;
+  }
+  mLargeBytes.fetch_add(newSize - oldSize);
+  mTotalLarge.fetch_add(std::max<int64_t>(newSize - oldSize, 0));
+  *ptr = static_cast<uint8_t*>(grown);
   return ::arrow::Status::OK();
 }
 

@@ -44,6 +44,8 @@ class AdoptablePool : public ::arrow::MemoryPool {
  private:
   AdoptablePool();
   ::arrow::Status AllocateLarge(int64_t size, int64_t alignment, uint8_t** out);
+  ::arrow::Status ReallocateLarge(int64_t oldSize, int64_t newSize, int64_t alignment,
+                                  uint8_t** ptr);
   void FreeLarge(uint8_t* buffer);
 
   ::arrow::MemoryPool* mSmall;

@@ -73,11 +73,28 @@ TEST(AdoptablePool, GrowingPastTheThresholdKeepsTheBytesAndMakesTheBlockAdoptabl
   ASSERT_TRUE(pool.Reallocate(4096, 2 * kLarge, kAlignment, &block).ok());
   EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % kAlignment, 0u);
   for (int i = 0; i < 4096; ++i) ASSERT_EQ(block[i], static_cast<uint8_t>(i * 7)) << i;
-  ASSERT_TRUE(pool.Reallocate(2 * kLarge, 3 * kLarge, kAlignment, &block).ok());
-  for (int i = 0; i < 4096; ++i) ASSERT_EQ(block[i], static_cast<uint8_t>(i * 7)) << i;
-  EXPECT_TRUE(pool.handOver(block, 3 * kLarge));
-  pool.Free(block, 3 * kLarge, kAlignment);
+  // Large blocks grow and shrink through the C library, wherever it moves them, aligned.
+  for (const int64_t size : {3 * kLarge, 8 * kLarge, kLarge + 4096, 5 * kLarge}) {
+    const int64_t before = pool.bytes_allocated();
+    ASSERT_TRUE(pool.Reallocate(2 * kLarge, size, kAlignment, &block).ok());
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % kAlignment, 0u);
+    EXPECT_EQ(pool.bytes_allocated(), before - 2 * kLarge + size);
+    for (int i = 0; i < 4096; ++i) ASSERT_EQ(block[i], static_cast<uint8_t>(i * 7)) << i;
+    ASSERT_TRUE(pool.Reallocate(size, 2 * kLarge, kAlignment, &block).ok());
+  }
+  EXPECT_TRUE(pool.handOver(block, 2 * kLarge));
+  pool.Free(block, 2 * kLarge, kAlignment);
   std::free(block);
+}
+
+TEST(AdoptablePool, ShrinkingBelowTheThresholdMovesTheBytesToArrowsPool) {
+  auto& pool = AdoptablePool::instance();
+  uint8_t* block = allocate(2 * kLarge);
+  std::memset(block, 9, 2 * kLarge);
+  ASSERT_TRUE(pool.Reallocate(2 * kLarge, 512, kAlignment, &block).ok());
+  for (int i = 0; i < 512; ++i) ASSERT_EQ(block[i], 9) << i;
+  EXPECT_FALSE(pool.handOver(block, 512));
+  pool.Free(block, 512, kAlignment);
 }
 
 }  // namespace
