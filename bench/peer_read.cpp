@@ -32,6 +32,7 @@
 #include "host/converter/Converter.hpp"
 #include "host/converter/HostValues.hpp"
 #include "host/except/Exception.hpp"
+#include "host/services/LargeBlockPool.hpp"
 #include "host/services/Services.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
@@ -144,6 +145,8 @@ std::string argumentAfter(int argc, char** argv, const std::string& name) {
 int main(int argc, char** argv) {
   // As a host program starts: its memory setting, then its thread count for Arrow and the host.
   foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
+  // Columns decode into blocks that grow in place instead of being copied at each step.
+  foundation::services::setArrowReadPool(&foundation::services::LargeBlockPool::instance());
   const int threads = static_cast<int>(vxbench::intArgument(argc, argv, "--threads", 2));
   foundation::services::setNumComputationalThreads(threads);
   if (!arrow::SetCpuThreadPoolCapacity(threads).ok()) return 2;

@@ -40,6 +40,7 @@
 #include "BenchUtil.hpp"
 #include "host/converter/Converter.hpp"
 #include "host/matrix/Matrix.hpp"
+#include "host/services/LargeBlockPool.hpp"
 #include "host/services/Services.hpp"
 #include "host/unicode/ustring.hpp"
 #include "toolbox/vantro/io/parquet/core/common/ArrowCompat.hpp"
@@ -260,6 +261,8 @@ void decodeFooterStatistics(const parquet::FileMetaData& metadata) {
 int main(int argc, char** argv) {
   // As a host program starts (on the newest Arrow's build this also chooses jemalloc).
   foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
+  // Columns decode into blocks that grow in place instead of being copied at each step.
+  foundation::services::setArrowReadPool(&foundation::services::LargeBlockPool::instance());
   const int64_t rows = vxbench::intArgument(argc, argv, "--rows", 10000000);
   const std::string folder = vxbench::makeTempFolder("read_bench");
   const std::string path = folder + "/bench.parquet";

@@ -10,13 +10,13 @@
 
 #include <mex.h>
 
-#include "AdoptablePool.hpp"
 #include "Commands.hpp"
 #include "OctaveInterrupts.hpp"
 #include "OctaveValues.hpp"
 #include "host/except/Exception.hpp"
 #include "host/matrix/Matrix.hpp"
 #include "host/services/IdleMemoryReleaser.hpp"
+#include "host/services/LargeBlockPool.hpp"
 #include "host/services/Services.hpp"
 #include "host/vfs/Interrupted.hpp"
 
@@ -134,7 +134,7 @@ extern "C" void mexFunction(int nlhs, mxArray* plhs[], int nrhs, const mxArray* 
     foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
     keepOctaveArrayPages();
     // Numeric columns decoded into the C library's blocks become Octave's arrays uncopied.
-    foundation::services::setArrowReadPool(&vxoctave::AdoptablePool::instance());
+    foundation::services::setArrowReadPool(&foundation::services::LargeBlockPool::instance());
     initialised = true;
   }
   Failure failure;

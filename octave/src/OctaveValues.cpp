@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "../arrays/OctaveArrays.h"
-#include "AdoptablePool.hpp"
 #include "host/converter/HostValues.hpp"
 #include "host/converter/ParallelFor.hpp"
 #include "host/converter/TextCodec.hpp"
 #include "host/services/Interrupts.hpp"
+#include "host/services/LargeBlockPool.hpp"
 #include "host/services/Services.hpp"
 #include "host/unicode/ustring.hpp"
 
@@ -164,7 +164,7 @@ mxArray* numericToOctave(const vxArray* value) {
   void* data = vxGetData(value);
   // A column that Arrow decoded into a block of the package's pool becomes Octave's array as
   // it is. The host array still points there, but is destroyed unread once translated.
-  auto& pool = vxoctave::AdoptablePool::instance();
+  auto& pool = foundation::services::LargeBlockPool::instance();
   if (mxClass != mxUNKNOWN_CLASS && m * n > 0 &&
       pool.handOver(data, m * n * vxGetElementSize(value))) {
     int taken = 0;

@@ -1,27 +1,28 @@
-// The Octave package's Arrow pool: which blocks may become Octave's arrays, and that a block
-// handed over is never freed by Arrow too (the sanitizer builds see any double free).
+// The pool of large blocks that reads decode into: which blocks may become a host's arrays, that
+// a block handed over is never freed by Arrow too (the sanitizer builds see any double free),
+// and that blocks keep their bytes and alignment as they grow and shrink.
 #include <cstdlib>
 #include <cstring>
 
 #include <gtest/gtest.h>
 
-#include "octave/src/AdoptablePool.hpp"
+#include "host/services/LargeBlockPool.hpp"
 
 namespace {
 
-using vxoctave::AdoptablePool;
+using foundation::services::LargeBlockPool;
 
-constexpr int64_t kLarge = AdoptablePool::kMinAdoptableBytes;
+constexpr int64_t kLarge = LargeBlockPool::kMinAdoptableBytes;
 constexpr int64_t kAlignment = 64;
 
 uint8_t* allocate(int64_t bytes) {
   uint8_t* block = nullptr;
-  EXPECT_TRUE(AdoptablePool::instance().Allocate(bytes, kAlignment, &block).ok());
+  EXPECT_TRUE(LargeBlockPool::instance().Allocate(bytes, kAlignment, &block).ok());
   return block;
 }
 
-TEST(AdoptablePool, OnlyLiveLargeBlocksOfEnoughBytesAreHandedOverOnce) {
-  auto& pool = AdoptablePool::instance();
+TEST(LargeBlockPool, OnlyLiveLargeBlocksOfEnoughBytesAreHandedOverOnce) {
+  auto& pool = LargeBlockPool::instance();
   uint8_t* small = allocate(1024);
   uint8_t* large = allocate(kLarge);
   EXPECT_EQ(reinterpret_cast<uintptr_t>(large) % kAlignment, 0u);
@@ -37,8 +38,8 @@ TEST(AdoptablePool, OnlyLiveLargeBlocksOfEnoughBytesAreHandedOverOnce) {
   std::free(large);
 }
 
-TEST(AdoptablePool, AStaleFreeAfterTheOwnerFreedNeverFreesABlockAtTheSameAddress) {
-  auto& pool = AdoptablePool::instance();
+TEST(LargeBlockPool, AStaleFreeAfterTheOwnerFreedNeverFreesABlockAtTheSameAddress) {
+  auto& pool = LargeBlockPool::instance();
   uint8_t* first = allocate(kLarge);
   ASSERT_TRUE(pool.handOver(first, kLarge));
   // Octave clears the array before Arrow drops its buffer, which still names the address.
@@ -53,8 +54,8 @@ TEST(AdoptablePool, AStaleFreeAfterTheOwnerFreedNeverFreesABlockAtTheSameAddress
   pool.Free(second, kLarge, kAlignment);
 }
 
-TEST(AdoptablePool, ATakenBackBlockIsFreedByArrowAgain) {
-  auto& pool = AdoptablePool::instance();
+TEST(LargeBlockPool, ATakenBackBlockIsFreedByArrowAgain) {
+  auto& pool = LargeBlockPool::instance();
   const int64_t before = pool.bytes_allocated();
   uint8_t* block = allocate(kLarge);
   EXPECT_EQ(pool.bytes_allocated(), before + kLarge);
@@ -66,8 +67,8 @@ TEST(AdoptablePool, ATakenBackBlockIsFreedByArrowAgain) {
   EXPECT_EQ(pool.bytes_allocated(), before);
 }
 
-TEST(AdoptablePool, GrowingPastTheThresholdKeepsTheBytesAndMakesTheBlockAdoptable) {
-  auto& pool = AdoptablePool::instance();
+TEST(LargeBlockPool, GrowingPastTheThresholdKeepsTheBytesAndMakesTheBlockAdoptable) {
+  auto& pool = LargeBlockPool::instance();
   uint8_t* block = allocate(4096);
   for (int i = 0; i < 4096; ++i) block[i] = static_cast<uint8_t>(i * 7);
   ASSERT_TRUE(pool.Reallocate(4096, 2 * kLarge, kAlignment, &block).ok());
@@ -87,8 +88,8 @@ TEST(AdoptablePool, GrowingPastTheThresholdKeepsTheBytesAndMakesTheBlockAdoptabl
   std::free(block);
 }
 
-TEST(AdoptablePool, ShrinkingBelowTheThresholdMovesTheBytesToArrowsPool) {
-  auto& pool = AdoptablePool::instance();
+TEST(LargeBlockPool, ShrinkingBelowTheThresholdMovesTheBytesToArrowsPool) {
+  auto& pool = LargeBlockPool::instance();
   uint8_t* block = allocate(2 * kLarge);
   std::memset(block, 9, 2 * kLarge);
   ASSERT_TRUE(pool.Reallocate(2 * kLarge, 512, kAlignment, &block).ok());

@@ -9,19 +9,21 @@
 
 #include <arrow/memory_pool.h>
 
-namespace vxoctave {
+namespace foundation::services {
 
-// Arrow's pool for the package's reads. Large blocks come from the C library's allocator,
-// which is also the one behind the operator delete that frees Octave's arrays: a numeric column
-// that Arrow decoded into such a block can become Octave's array as it is, without a copy
-// (handOver). Small blocks, the many buffers of levels, offsets and bitmaps, stay in Arrow's
-// default pool.
-class AdoptablePool : public ::arrow::MemoryPool {
+// An Arrow pool for reads (setArrowReadPool). Large blocks come from the C library's
+// allocator and grow with realloc, in place or by moving the mapping, where Arrow's allocator
+// copies a growing column into fresh pages at each step: a one-off read is faster and peaks
+// lower. The C library's allocator is also the one behind the operator delete of hosts whose
+// arrays come from operator new (GNU Octave's): a numeric column that Arrow decoded into such a
+// block can become the host's array as it is, without a copy (handOver). Small blocks, the
+// many buffers of levels, offsets and bitmaps, stay in Arrow's default pool.
+class LargeBlockPool : public ::arrow::MemoryPool {
  public:
   // Blocks of at least this many bytes are adoptable.
   static constexpr int64_t kMinAdoptableBytes = int64_t{1} << 20;
 
-  static AdoptablePool& instance();
+  static LargeBlockPool& instance();
 
   ::arrow::Status Allocate(int64_t size, int64_t alignment, uint8_t** out) override;
   ::arrow::Status Reallocate(int64_t oldSize, int64_t newSize, int64_t alignment,
@@ -42,7 +44,7 @@ class AdoptablePool : public ::arrow::MemoryPool {
   void takeBack(const void* data);
 
  private:
-  AdoptablePool();
+  LargeBlockPool();
   ::arrow::Status AllocateLarge(int64_t size, int64_t alignment, uint8_t** out);
   ::arrow::Status ReallocateLarge(int64_t oldSize, int64_t newSize, int64_t alignment,
                                   uint8_t** ptr);
@@ -61,4 +63,4 @@ class AdoptablePool : public ::arrow::MemoryPool {
   std::atomic<int64_t> mLargeCount{0};
 };
 
-}  // namespace vxoctave
+}  // namespace foundation::services

@@ -1,10 +1,10 @@
-#include "AdoptablePool.hpp"
+#include "LargeBlockPool.hpp"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
-namespace vxoctave {
+namespace foundation::services {
 namespace {
 
 // Statistics that newer Arrow pools keep and older ones lack: 0 there.
@@ -30,20 +30,20 @@ constexpr int64_t kAlignment = 64;
 
 }  // namespace
 
-AdoptablePool& AdoptablePool::instance() {
+LargeBlockPool& LargeBlockPool::instance() {
   // Never destroyed: arrays may outlive every static object.
-  static auto* pool = new AdoptablePool();
+  static auto* pool = new LargeBlockPool();
   return *pool;
 }
 
-AdoptablePool::AdoptablePool() : mSmall(::arrow::default_memory_pool()) {}
+LargeBlockPool::LargeBlockPool() : mSmall(::arrow::default_memory_pool()) {}
 
-::arrow::Status AdoptablePool::Allocate(int64_t size, int64_t alignment, uint8_t** out) {
+::arrow::Status LargeBlockPool::Allocate(int64_t size, int64_t alignment, uint8_t** out) {
   if (size < kMinAdoptableBytes) return mSmall->Allocate(size, alignment, out);
   return AllocateLarge(size, alignment, out);
 }
 
-::arrow::Status AdoptablePool::AllocateLarge(int64_t size, int64_t alignment, uint8_t** out) {
+::arrow::Status LargeBlockPool::AllocateLarge(int64_t size, int64_t alignment, uint8_t** out) {
   void* block = nullptr;
   if (posix_memalign(&block, static_cast<size_t>(std::max(alignment, kAlignment)),
                      static_cast<size_t>(size)) != 0) {
@@ -63,8 +63,8 @@ AdoptablePool::AdoptablePool() : mSmall(::arrow::default_memory_pool()) {}
   return ::arrow::Status::OK();
 }
 
-::arrow::Status AdoptablePool::Reallocate(int64_t oldSize, int64_t newSize, int64_t alignment,
-                                          uint8_t** ptr) {
+::arrow::Status LargeBlockPool::Reallocate(int64_t oldSize, int64_t newSize, int64_t alignment,
+                                           uint8_t** ptr) {
   bool owned = false;
   bool handedOver = false;
   {
@@ -90,8 +90,8 @@ AdoptablePool::AdoptablePool() : mSmall(::arrow::default_memory_pool()) {}
 // A growing column's block is grown in place where the C library can (the last block of its
 // heap, or a mapping it moves), as Arrow's own allocator would; only a block that comes back
 // misaligned is copied once more.
-::arrow::Status AdoptablePool::ReallocateLarge(int64_t oldSize, int64_t newSize, int64_t alignment,
-                                               uint8_t** ptr) {
+::arrow::Status LargeBlockPool::ReallocateLarge(int64_t oldSize, int64_t newSize, int64_t alignment,
+                                                uint8_t** ptr) {
   // Out of the table while it moves: only Arrow's one holder of the block reaches it meanwhile.
   {
     std::lock_guard<std::mutex> lock(mMutex);
@@ -124,7 +124,7 @@ AdoptablePool::AdoptablePool() : mSmall(::arrow::default_memory_pool()) {}
   return ::arrow::Status::OK();
 }
 
-void AdoptablePool::Free(uint8_t* buffer, int64_t size, int64_t alignment) {
+void LargeBlockPool::Free(uint8_t* buffer, int64_t size, int64_t alignment) {
   {
     std::lock_guard<std::mutex> lock(mMutex);
     const auto handedOver = mHandedOver.find(buffer);
@@ -143,7 +143,7 @@ void AdoptablePool::Free(uint8_t* buffer, int64_t size, int64_t alignment) {
   mSmall->Free(buffer, size, alignment);
 }
 
-bool AdoptablePool::handOver(const void* data, size_t bytes) {
+bool LargeBlockPool::handOver(const void* data, size_t bytes) {
   std::lock_guard<std::mutex> lock(mMutex);
   const auto found = mLarge.find(data);
   if (found == mLarge.end() || static_cast<size_t>(found->second) < bytes) return false;
@@ -153,7 +153,7 @@ bool AdoptablePool::handOver(const void* data, size_t bytes) {
   return true;
 }
 
-void AdoptablePool::takeBack(const void* data) {
+void LargeBlockPool::takeBack(const void* data) {
   std::lock_guard<std::mutex> lock(mMutex);
   const auto found = mHandedOver.find(data);
   if (found == mHandedOver.end()) return;
@@ -162,18 +162,18 @@ void AdoptablePool::takeBack(const void* data) {
   mHandedOver.erase(found);
 }
 
-int64_t AdoptablePool::bytes_allocated() const {
+int64_t LargeBlockPool::bytes_allocated() const {
   return mLargeBytes.load() + mSmall->bytes_allocated();
 }
 
-int64_t AdoptablePool::max_memory() const { return mMaxBytes.load(); }
+int64_t LargeBlockPool::max_memory() const { return mMaxBytes.load(); }
 
-int64_t AdoptablePool::total_bytes_allocated() const {
+int64_t LargeBlockPool::total_bytes_allocated() const {
   return mTotalLarge.load() + totalBytesOf(*mSmall, 0);
 }
 
-int64_t AdoptablePool::num_allocations() const {
+int64_t LargeBlockPool::num_allocations() const {
   return mLargeCount.load() + allocationsOf(*mSmall, 0);
 }
 
-}  // namespace vxoctave
+}  // namespace foundation::services
