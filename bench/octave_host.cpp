@@ -52,8 +52,7 @@ void writeHost(const std::string& path, const vxArray* table,
 int main(int argc, char** argv) {
   // As the Octave package sets up on its first call.
   foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
-  // Columns decode into blocks that grow in place instead of being copied at each step.
-  foundation::services::setArrowReadPool(&foundation::services::LargeBlockPool::instance());
+  foundation::services::useLargeBlockPoolForReads(/*keepFreedPages=*/true);
   if (argc >= 3 && std::strcmp(argv[1], "--make") == 0) {
     vxbench::writeBenchFile(argv[2], vxbench::intArgument(argc, argv, "--rows", 2000000),
                             kRowGroups);

@@ -145,8 +145,9 @@ std::string argumentAfter(int argc, char** argv, const std::string& name) {
 int main(int argc, char** argv) {
   // As a host program starts: its memory setting, then its thread count for Arrow and the host.
   foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
-  // Columns decode into blocks that grow in place instead of being copied at each step.
-  foundation::services::setArrowReadPool(&foundation::services::LargeBlockPool::instance());
+  // Whole files read once, as the Octave package reads them: columns decode into blocks that
+  // grow in place instead of being copied at each step.
+  foundation::services::useLargeBlockPoolForReads(/*keepFreedPages=*/false);
   const int threads = static_cast<int>(vxbench::intArgument(argc, argv, "--threads", 2));
   foundation::services::setNumComputationalThreads(threads);
   if (!arrow::SetCpuThreadPoolCapacity(threads).ok()) return 2;

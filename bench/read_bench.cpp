@@ -261,8 +261,9 @@ void decodeFooterStatistics(const parquet::FileMetaData& metadata) {
 int main(int argc, char** argv) {
   // As a host program starts (on the newest Arrow's build this also chooses jemalloc).
   foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
-  // Columns decode into blocks that grow in place instead of being copied at each step.
-  foundation::services::setArrowReadPool(&foundation::services::LargeBlockPool::instance());
+  // Whole files read once, as the Octave package reads them: columns decode into blocks that
+  // grow in place instead of being copied at each step.
+  foundation::services::useLargeBlockPoolForReads(/*keepFreedPages=*/false);
   const int64_t rows = vxbench::intArgument(argc, argv, "--rows", 10000000);
   const std::string folder = vxbench::makeTempFolder("read_bench");
   const std::string path = folder + "/bench.parquet";

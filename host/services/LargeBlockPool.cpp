@@ -1,8 +1,14 @@
-#include "LargeBlockPool.hpp"
+#include "host/services/LargeBlockPool.hpp"
+
+#include <malloc.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
+
+#include "host/services/IdleMemoryReleaser.hpp"
+#include "host/services/Services.hpp"
 
 namespace foundation::services {
 namespace {
@@ -174,6 +180,17 @@ int64_t LargeBlockPool::total_bytes_allocated() const {
 
 int64_t LargeBlockPool::num_allocations() const {
   return mLargeCount.load() + allocationsOf(*mSmall, 0);
+}
+
+void useLargeBlockPoolForReads(bool keepFreedPages) {
+  if (keepFreedPages) {
+    // glibc's largest dynamic threshold.
+    constexpr int kLargestMmapThreshold = 32 << 20;
+    mallopt(M_MMAP_THRESHOLD, kLargestMmapThreshold);
+    mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
+    IdleMemoryReleaser::instance().addReleaseStep([] { malloc_trim(0); });
+  }
+  setArrowReadPool(&LargeBlockPool::instance());
 }
 
 }  // namespace foundation::services

@@ -63,4 +63,13 @@ class LargeBlockPool : public ::arrow::MemoryPool {
   std::atomic<int64_t> mLargeCount{0};
 };
 
+// Makes the pool the one reads decode into (setArrowReadPool), for hosts at start-up whose reads
+// are whole files or row-group lists; streaming a row group at a time does better with Arrow's
+// own allocator, which keeps each row group's pages for the next. With keepFreedPages the C
+// library keeps the blocks of up to 32 MB that reads free in its heap, so that the next read's
+// blocks reuse their pages instead of faulting in fresh ones (a host that reads again and
+// again in one process); the idle releaser hands them back once the host has rested. Blocks
+// above that keep growing by moving their mapping.
+void useLargeBlockPoolForReads(bool keepFreedPages);
+
 }  // namespace foundation::services

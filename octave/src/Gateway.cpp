@@ -3,10 +3,7 @@
 // and catalogue text; the library's warnings become Octave warnings with theirs.
 #include <cstring>
 #include <exception>
-#include <limits>
 #include <string>
-
-#include <malloc.h>
 
 #include <mex.h>
 
@@ -15,7 +12,6 @@
 #include "OctaveValues.hpp"
 #include "host/except/Exception.hpp"
 #include "host/matrix/Matrix.hpp"
-#include "host/services/IdleMemoryReleaser.hpp"
 #include "host/services/LargeBlockPool.hpp"
 #include "host/services/Services.hpp"
 #include "host/vfs/Interrupted.hpp"
@@ -109,18 +105,6 @@ void forwardWarnings() {
   }
 }
 
-// Octave's arrays come from malloc. A read's columns are megabytes each, which glibc maps
-// afresh for every array and unmaps when it is cleared, so each read faulted all their pages
-// in again (the copy into Octave's arrays then cost as much as the read itself). Kept in the
-// heap up to glibc's largest threshold, the next read's arrays reuse those pages; the idle
-// releaser gives them back to the system once the package has rested, as it does Arrow's.
-void keepOctaveArrayPages() {
-  constexpr int kLargestMmapThreshold = 32 << 20;
-  mallopt(M_MMAP_THRESHOLD, kLargestMmapThreshold);
-  mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
-  foundation::services::IdleMemoryReleaser::instance().addReleaseStep([] { malloc_trim(0); });
-}
-
 }  // namespace
 
 extern "C" void mexFunction(int nlhs, mxArray* plhs[], int nrhs, const mxArray* prhs[]) {
@@ -132,9 +116,10 @@ extern "C" void mexFunction(int nlhs, mxArray* plhs[], int nrhs, const mxArray* 
     virtualiostream::setStopOnInterrupt(true);
     // Octave reads again and again in one process: freed pages stay for the next read.
     foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
-    keepOctaveArrayPages();
-    // Numeric columns decoded into the C library's blocks become Octave's arrays uncopied.
-    foundation::services::setArrowReadPool(&foundation::services::LargeBlockPool::instance());
+    // Octave's arrays come from malloc too: the columns of one read, megabytes each, reuse the
+    // pages of the arrays the user cleared instead of faulting fresh ones in, and numeric
+    // columns decoded into the pool's blocks become Octave's arrays uncopied.
+    foundation::services::useLargeBlockPoolForReads(/*keepFreedPages=*/true);
     initialised = true;
   }
   Failure failure;

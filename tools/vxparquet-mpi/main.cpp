@@ -27,7 +27,6 @@
 #include "Split.hpp"
 #include "host/except/Exception.hpp"
 #include "host/services/Interrupts.hpp"
-#include "host/services/LargeBlockPool.hpp"
 #include "host/services/Services.hpp"
 #include "toolbox/vantro/io/parquet/core/plan/Task.hpp"
 
@@ -218,8 +217,6 @@ int main(int argc, char** argv) {
   MPI_Comm_rank(MPI_COMM_WORLD, &gRank);
   MPI_Comm_size(MPI_COMM_WORLD, &gSize);
   foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
-  // Columns decode into blocks that grow in place instead of being copied at each step.
-  foundation::services::setArrowReadPool(&foundation::services::LargeBlockPool::instance());
   foundation::host::initialize();
   std::signal(SIGINT, onInterrupt);
   std::signal(SIGTERM, onInterrupt);

@@ -19,7 +19,6 @@
 #include "Cli.hpp"
 #include "host/except/Exception.hpp"
 #include "host/services/Interrupts.hpp"
-#include "host/services/LargeBlockPool.hpp"
 #include "host/services/Services.hpp"
 #include "host/services/Threads.hpp"
 #include "host/vfs/LocalOutput.hpp"
@@ -165,8 +164,6 @@ int main(int argc, char** argv) {
   restartWithoutAllocatorThreads(argv);
   // Freed pages stay with Arrow's allocator for a while, so a second read reuses them.
   foundation::services::setArrowMemoryDecayMs(foundation::services::kProgramArrowMemoryDecayMs);
-  // Columns decode into blocks that grow in place instead of being copied at each step.
-  foundation::services::setArrowReadPool(&foundation::services::LargeBlockPool::instance());
   foundation::host::initialize();
   startInterruptWatch();
   const std::vector<std::string> args(argv + 1, argv + argc);
