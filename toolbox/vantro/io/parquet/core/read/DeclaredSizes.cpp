@@ -42,19 +42,37 @@ bool hasInt32Offsets(const ::arrow::DataType& type) {
   return type.id() == ::arrow::Type::STRING || type.id() == ::arrow::Type::BINARY;
 }
 
+// A size from the footer, where a negative one counts as none.
+uint64_t nonNegative(int64_t size) { return static_cast<uint64_t>(std::max<int64_t>(size, 0)); }
+
+// Calls visit(rowGroup, column, chunk) for every chunk of rowGroups x columns (0-based) that
+// the file has, up to the first failure; indices outside the file are left for Arrow to report.
+template <typename Visit>
+::arrow::Status forEachChunk(const ::parquet::FileMetaData& metadata,
+                             const std::vector<int>& rowGroups, const std::vector<int>& columns,
+                             Visit visit) {
+  for (const int rowGroup : rowGroups) {
+    if (rowGroup < 0 || rowGroup >= metadata.num_row_groups()) continue;
+    const auto group = metadata.RowGroup(rowGroup);
+    for (const int column : columns) {
+      if (column < 0 || column >= group->num_columns()) continue;
+      ARROW_RETURN_NOT_OK(visit(rowGroup, column, *group->ColumnChunk(column)));
+    }
+  }
+  return ::arrow::Status::OK();
+}
+
 // The decoded bytes that leaf column declares over rowGroups, at least.
 uint64_t declaredValueBytes(const ::parquet::FileMetaData& metadata, int column,
                             const std::vector<int>& rowGroups) {
   uint64_t total = 0;
-  for (const int rowGroup : rowGroups) {
-    if (rowGroup < 0 || rowGroup >= metadata.num_row_groups()) continue;
-    const auto group = metadata.RowGroup(rowGroup);
-    if (column < 0 || column >= group->num_columns()) continue;
-    const auto chunk = group->ColumnChunk(column);
-    const int64_t values =
-        chunk->total_uncompressed_size() - 4 * std::max<int64_t>(chunk->num_values(), 0);
-    total += static_cast<uint64_t>(std::max<int64_t>(values, 0));
-  }
+  const auto countValueBytes = [&](int, int, const ::parquet::ColumnChunkMetaData& chunk) {
+    total +=
+        nonNegative(chunk.total_uncompressed_size() - 4 * std::max<int64_t>(chunk.num_values(), 0));
+    return ::arrow::Status::OK();
+  };
+  // Counting never fails.
+  static_cast<void>(forEachChunk(metadata, rowGroups, {column}, countValueBytes));
   return total;
 }
 
@@ -127,57 +145,49 @@ int64_t chunkStart(const ::parquet::ColumnChunkMetaData& chunk) {
                                const ::parquet::FileMetaData& metadata,
                                const std::vector<int>& rowGroups, const std::vector<int>& columns) {
   ARROW_ASSIGN_OR_RAISE(const int64_t fileSize, file.GetSize());
-  for (const int rowGroup : rowGroups) {
-    if (rowGroup < 0 || rowGroup >= metadata.num_row_groups()) continue;
-    const auto group = metadata.RowGroup(rowGroup);
-    for (const int column : columns) {
-      if (column < 0 || column >= group->num_columns()) continue;
-      const auto chunk = group->ColumnChunk(column);
-      // Uncompressed pages are used as stored: nothing expands.
-      if (chunk->compression() == ::parquet::Compression::UNCOMPRESSED) continue;
-      const auto declared =
-          static_cast<uint64_t>(std::max<int64_t>(chunk->total_uncompressed_size(), 0));
-      const uint64_t limit = 2 * declared + kSlack;
-      ARROW_ASSIGN_OR_RAISE(const uint64_t pages, pageDeclaredBytes(file, fileSize, *chunk, limit));
-      if (pages > limit) {
-        return ::arrow::Status::Invalid(
-            "Column '", metadata.schema()->Column(column)->path()->ToDotString(), "' in row group ",
-            rowGroup + 1, " has pages that declare more than ", limit,
-            " decoded bytes where the footer declares ", declared,
-            "; the file is corrupt or forged");
-      }
-    }
-  }
-  return ::arrow::Status::OK();
+  return forEachChunk(metadata, rowGroups, columns,
+                      [&](int rowGroup, int column, const ::parquet::ColumnChunkMetaData& chunk) {
+                        // Uncompressed pages are used as stored: nothing expands.
+                        if (chunk.compression() == ::parquet::Compression::UNCOMPRESSED) {
+                          return ::arrow::Status::OK();
+                        }
+                        const uint64_t declared = nonNegative(chunk.total_uncompressed_size());
+                        const uint64_t limit = 2 * declared + kSlack;
+                        ARROW_ASSIGN_OR_RAISE(const uint64_t pages,
+                                              pageDeclaredBytes(file, fileSize, chunk, limit));
+                        if (pages > limit) {
+                          return ::arrow::Status::Invalid(
+                              "Column '", metadata.schema()->Column(column)->path()->ToDotString(),
+                              "' in row group ", rowGroup + 1, " has pages that declare more than ",
+                              limit, " decoded bytes where the footer declares ", declared,
+                              "; the file is corrupt or forged");
+                        }
+                        return ::arrow::Status::OK();
+                      });
 }
 
 ::arrow::Status checkDeclaredChunkSizes(const ::parquet::FileMetaData& metadata,
                                         const std::vector<int>& rowGroups,
                                         const std::vector<int>& columns, uint64_t maxBytes) {
-  for (const int rowGroup : rowGroups) {
-    if (rowGroup < 0 || rowGroup >= metadata.num_row_groups()) continue;
-    const auto group = metadata.RowGroup(rowGroup);
-    for (const int column : columns) {
-      if (column < 0 || column >= group->num_columns()) continue;
-      const auto chunk = group->ColumnChunk(column);
-      const auto declared =
-          static_cast<uint64_t>(std::max<int64_t>(chunk->total_uncompressed_size(), 0));
-      const auto stored =
-          static_cast<uint64_t>(std::max<int64_t>(chunk->total_compressed_size(), 0));
-      const uint64_t expansion = maxExpansion(chunk->compression());
-      const bool beyondMemory = declared > maxBytes;
-      const bool beyondCodec = expansion > 0 && declared > stored * expansion + kSlack;
-      if (beyondMemory || beyondCodec) {
-        return ::arrow::Status::Invalid(
-            "Column '", metadata.schema()->Column(column)->path()->ToDotString(), "' in row group ",
-            rowGroup + 1, " declares ", declared, " decoded bytes for ", stored, " stored bytes, ",
-            beyondMemory ? "more than the " + std::to_string(maxBytes) + " bytes allowed"
-                         : std::string("more than its codec can produce"),
-            "; the file is corrupt or forged");
-      }
-    }
-  }
-  return ::arrow::Status::OK();
+  return forEachChunk(
+      metadata, rowGroups, columns,
+      [&](int rowGroup, int column, const ::parquet::ColumnChunkMetaData& chunk) {
+        const uint64_t declared = nonNegative(chunk.total_uncompressed_size());
+        const uint64_t stored = nonNegative(chunk.total_compressed_size());
+        const uint64_t expansion = maxExpansion(chunk.compression());
+        const bool beyondMemory = declared > maxBytes;
+        const bool beyondCodec = expansion > 0 && declared > stored * expansion + kSlack;
+        if (beyondMemory || beyondCodec) {
+          return ::arrow::Status::Invalid(
+              "Column '", metadata.schema()->Column(column)->path()->ToDotString(),
+              "' in row group ", rowGroup + 1, " declares ", declared, " decoded bytes for ",
+              stored, " stored bytes, ",
+              beyondMemory ? "more than the " + std::to_string(maxBytes) + " bytes allowed"
+                           : std::string("more than its codec can produce"),
+              "; the file is corrupt or forged");
+        }
+        return ::arrow::Status::OK();
+      });
 }
 
 ::arrow::Status checkNestedChunkSizes(const ::parquet::FileMetaData& metadata,
