@@ -70,35 +70,6 @@ size_t partsFor(size_t count, size_t perPart, int threads) {
       1, std::min<size_t>(static_cast<size_t>(std::max(threads, 1)), count / perPart));
 }
 
-// A copy of the data as an Octave array. The storage is taken from operator new and adopted,
-// not made by the array, which would first fill it with zeros on one thread; the copy is split
-// across threads, so that the first touch of fresh pages is too.
-template <typename OctaveArray>
-octave_value copiedArray(const void* data, size_t m, size_t n, int threads) {
-  using Element = typename OctaveArray::element_type;
-  const size_t bytes = m * n * sizeof(Element);
-  auto* storage = static_cast<Element*>(::operator new(bytes));
-  constexpr size_t kBytesPerThread = 4 << 20;
-  const size_t parts = partsFor(bytes, kBytesPerThread, threads);
-  const size_t step = (bytes / parts + 63) & ~size_t{63};
-  if (bytes > 0)
-    runParts(parts, [&](size_t part) {
-      const size_t first = std::min(bytes, part * step);
-      const size_t last = std::min(bytes, first + step);
-      std::memcpy(reinterpret_cast<char*>(storage) + first, static_cast<const char*>(data) + first,
-                  last - first);
-    });
-  std::unique_ptr<Array<Element>> adopted;
-  try {
-    adopted = std::make_unique<Array<Element>>(
-        storage, dim_vector(static_cast<octave_idx_type>(m), static_cast<octave_idx_type>(n)));
-  } catch (...) {
-    ::operator delete(storage);
-    throw;
-  }
-  return octave_value(OctaveArray(*adopted));
-}
-
 // An Octave array over storage, which it adopts; *taken is set once it owns storage.
 template <typename OctaveArray>
 octave_value adoptedArray(void* storage, size_t m, size_t n, int* taken) {
@@ -110,58 +81,77 @@ octave_value adoptedArray(void* storage, size_t m, size_t n, int* taken) {
   return octave_value(OctaveArray(adopted));
 }
 
-octave_value adoptedValue(mxClassID id, void* data, size_t m, size_t n, int* taken) {
+// A copy of the data as an Octave array. The storage is taken from operator new and adopted,
+// not made by the array, which would first fill it with zeros on one thread; the copy is split
+// across threads, so that the first touch of fresh pages is too.
+template <typename OctaveArray>
+octave_value copiedArray(const void* data, size_t m, size_t n, int threads) {
+  using Element = typename OctaveArray::element_type;
+  const size_t bytes = m * n * sizeof(Element);
+  void* storage = ::operator new(bytes);
+  constexpr size_t kBytesPerThread = 4 << 20;
+  const size_t parts = partsFor(bytes, kBytesPerThread, threads);
+  const size_t step = (bytes / parts + 63) & ~size_t{63};
+  if (bytes > 0)
+    runParts(parts, [&](size_t part) {
+      const size_t first = std::min(bytes, part * step);
+      const size_t last = std::min(bytes, first + step);
+      std::memcpy(static_cast<char*>(storage) + first, static_cast<const char*>(data) + first,
+                  last - first);
+    });
+  int taken = 0;
+  try {
+    return adoptedArray<OctaveArray>(storage, m, n, &taken);
+  } catch (...) {
+    if (taken == 0) ::operator delete(storage);
+    throw;
+  }
+}
+
+template <typename OctaveArray>
+struct ArrayKind {
+  using type = OctaveArray;
+};
+
+// make(ArrayKind<the Octave array type of class id>{}); undefined for a class without one.
+template <typename Make>
+octave_value byNumericClass(mxClassID id, Make make) {
   switch (id) {
     case mxDOUBLE_CLASS:
-      return adoptedArray<NDArray>(data, m, n, taken);
+      return make(ArrayKind<NDArray>{});
     case mxSINGLE_CLASS:
-      return adoptedArray<FloatNDArray>(data, m, n, taken);
+      return make(ArrayKind<FloatNDArray>{});
     case mxINT8_CLASS:
-      return adoptedArray<int8NDArray>(data, m, n, taken);
+      return make(ArrayKind<int8NDArray>{});
     case mxUINT8_CLASS:
-      return adoptedArray<uint8NDArray>(data, m, n, taken);
+      return make(ArrayKind<uint8NDArray>{});
     case mxINT16_CLASS:
-      return adoptedArray<int16NDArray>(data, m, n, taken);
+      return make(ArrayKind<int16NDArray>{});
     case mxUINT16_CLASS:
-      return adoptedArray<uint16NDArray>(data, m, n, taken);
+      return make(ArrayKind<uint16NDArray>{});
     case mxINT32_CLASS:
-      return adoptedArray<int32NDArray>(data, m, n, taken);
+      return make(ArrayKind<int32NDArray>{});
     case mxUINT32_CLASS:
-      return adoptedArray<uint32NDArray>(data, m, n, taken);
+      return make(ArrayKind<uint32NDArray>{});
     case mxINT64_CLASS:
-      return adoptedArray<int64NDArray>(data, m, n, taken);
+      return make(ArrayKind<int64NDArray>{});
     case mxUINT64_CLASS:
-      return adoptedArray<uint64NDArray>(data, m, n, taken);
+      return make(ArrayKind<uint64NDArray>{});
     default:
       return octave_value();
   }
 }
 
+octave_value adoptedValue(mxClassID id, void* data, size_t m, size_t n, int* taken) {
+  return byNumericClass(id, [&](auto kind) {
+    return adoptedArray<typename decltype(kind)::type>(data, m, n, taken);
+  });
+}
+
 octave_value numericValue(mxClassID id, const void* data, size_t m, size_t n, int threads) {
-  switch (id) {
-    case mxDOUBLE_CLASS:
-      return copiedArray<NDArray>(data, m, n, threads);
-    case mxSINGLE_CLASS:
-      return copiedArray<FloatNDArray>(data, m, n, threads);
-    case mxINT8_CLASS:
-      return copiedArray<int8NDArray>(data, m, n, threads);
-    case mxUINT8_CLASS:
-      return copiedArray<uint8NDArray>(data, m, n, threads);
-    case mxINT16_CLASS:
-      return copiedArray<int16NDArray>(data, m, n, threads);
-    case mxUINT16_CLASS:
-      return copiedArray<uint16NDArray>(data, m, n, threads);
-    case mxINT32_CLASS:
-      return copiedArray<int32NDArray>(data, m, n, threads);
-    case mxUINT32_CLASS:
-      return copiedArray<uint32NDArray>(data, m, n, threads);
-    case mxINT64_CLASS:
-      return copiedArray<int64NDArray>(data, m, n, threads);
-    case mxUINT64_CLASS:
-      return copiedArray<uint64NDArray>(data, m, n, threads);
-    default:
-      return octave_value();
-  }
+  return byNumericClass(id, [&](auto kind) {
+    return copiedArray<typename decltype(kind)::type>(data, m, n, threads);
+  });
 }
 
 // Wraps the value the way Octave wraps a MEX function's arguments: the value itself, no copy.
