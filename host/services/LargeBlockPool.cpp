@@ -59,10 +59,8 @@ LargeBlockPool::LargeBlockPool() : mSmall(::arrow::default_memory_pool()) {}
     std::lock_guard<std::mutex> lock(mMutex);
     mLarge[block] = size;
   }
-  const int64_t now = mLargeBytes.fetch_add(size) + size + mSmall->bytes_allocated();
-  int64_t peak = mMaxBytes.load();
-  while (now > peak && !mMaxBytes.compare_exchange_weak(peak, now)) {
-  }
+  mLargeBytes.fetch_add(size);
+  notePeak();
   mTotalLarge.fetch_add(size);
   mLargeCount.fetch_add(1);
   *out = static_cast<uint8_t*>(block);
@@ -125,6 +123,7 @@ LargeBlockPool::LargeBlockPool() : mSmall(::arrow::default_memory_pool()) {}
     mLarge[grown] = newSize;
   }
   mLargeBytes.fetch_add(newSize - oldSize);
+  notePeak();
   mTotalLarge.fetch_add(std::max<int64_t>(newSize - oldSize, 0));
   *ptr = static_cast<uint8_t*>(grown);
   return ::arrow::Status::OK();
@@ -173,6 +172,13 @@ int64_t LargeBlockPool::bytes_allocated() const {
 }
 
 int64_t LargeBlockPool::max_memory() const { return mMaxBytes.load(); }
+
+void LargeBlockPool::notePeak() {
+  const int64_t now = bytes_allocated();
+  int64_t peak = mMaxBytes.load();
+  while (now > peak && !mMaxBytes.compare_exchange_weak(peak, now)) {
+  }
+}
 
 int64_t LargeBlockPool::total_bytes_allocated() const {
   return mTotalLarge.load() + totalBytesOf(*mSmall, 0);

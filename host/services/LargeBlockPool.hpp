@@ -48,7 +48,8 @@ class LargeBlockPool : public ::arrow::MemoryPool {
   ::arrow::Status AllocateLarge(int64_t size, int64_t alignment, uint8_t** out);
   ::arrow::Status ReallocateLarge(int64_t oldSize, int64_t newSize, int64_t alignment,
                                   uint8_t** ptr);
-  void FreeLarge(uint8_t* buffer);
+  // Raises max_memory to what is allocated now, where that is more.
+  void notePeak();
 
   ::arrow::MemoryPool* mSmall;
   std::mutex mMutex;

@@ -80,6 +80,7 @@ TEST(LargeBlockPool, GrowingPastTheThresholdKeepsTheBytesAndMakesTheBlockAdoptab
     ASSERT_TRUE(pool.Reallocate(2 * kLarge, size, kAlignment, &block).ok());
     EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % kAlignment, 0u);
     EXPECT_EQ(pool.bytes_allocated(), before - 2 * kLarge + size);
+    EXPECT_GE(pool.max_memory(), pool.bytes_allocated());
     for (int i = 0; i < 4096; ++i) ASSERT_EQ(block[i], static_cast<uint8_t>(i * 7)) << i;
     ASSERT_TRUE(pool.Reallocate(size, 2 * kLarge, kAlignment, &block).ok());
   }
